@@ -1,0 +1,91 @@
+// The load order of everything that is process-wide, from first to last. Whatever is defined here
+// is built when the library loads, may use what stands above it, and is never destroyed: a thread
+// of ours, or another module's destructor, can still touch it while the process exits. So all
+// objects live on the heap behind a reference, and no function of ours runs at exit.
+#include "config/InterceptorConfig.h"
+#include "interaction/ClientInteraction.h"
+#include "interaction/IntCorrelator.h"
+#include "interaction/IntCorrelatorImp.h"
+#include "interaction/Interaction.h"
+#include "interaction/ServerInteraction.h"
+#include "uplink/AgentEvent.h"
+#include "uplink/AsyncBinaryUplink.h"
+#include "util/Clock.h"
+#include "util/Socket.h"
+#include "util/guid.h"
+#include "util/identifiers.h"
+
+namespace Quenvale::Interceptor::SDK {
+
+// The two shared texts come first: every container asks for BLANK.
+const Util::String& Util::String::NIL = *new String();
+const Util::String& Util::String::BLANK = *new String("");
+
+// The constants of the model.
+const Util::String& Util::CONSUMER_GROUP = *new String("(consumer)");
+const Util::String& Util::PROVIDER_GROUP = *new String("(provider)");
+const Util::String& InteractionStub::CONSUMER_GROUP = Util::CONSUMER_GROUP;
+const Util::String& InteractionStub::PROVIDER_GROUP = Util::PROVIDER_GROUP;
+const Util::String& InteractionStub::UNKNOWN_SERVICE = *new Util::String("(unknown)");
+const Util::String& InteractionStub::DEFAULT_SERVICE = *new Util::String("(root)");
+const Util::String& InteractionStub::UNKNOWN_OPERATION = *new Util::String("(unknown)");
+const Util::String& FlowStub::FSTB_CLASSNAME =
+    *new Util::String("com.quenvale.qz.interceptor.sdk.FlowStub");
+const Util::String& SiteStub::SSTB_CLASSNAME =
+    *new Util::String("com.quenvale.qz.interceptor.sdk.SiteStub");
+const Util::String& InteractionStub::ISTB_CLASSNAME =
+    *new Util::String("com.quenvale.qz.interceptor.sdk.InteractionStub");
+const Util::String& Interaction::INT_CLASSNAME =
+    *new Util::String("com.quenvale.qz.interceptor.sdk.Interaction");
+const Util::String& Interaction::SINT_CLASSNAME =
+    *new Util::String("com.quenvale.qz.interceptor.sdk.ServerInteraction");
+const Util::String& Interaction::CINT_CLASSNAME =
+    *new Util::String("com.quenvale.qz.interceptor.sdk.ClientInteraction");
+const Util::String& Interaction::SERVER_INSTANCE =
+    *new Util::String("com.quenvale.qz.interceptor.sdk.ServerInstance");
+const Util::String& Interaction::PLATFORM_TYPE =
+    *new Util::String("com.quenvale.qz.interceptor.sdk.PlatformType");
+const Util::String& Interaction::INTERACTION_NOT_ENDED =
+    *new Util::String("Error: interaction finalized with no reply received");
+
+// Identifiers: the caches, then the base of the GUIDs, which asks the clock.
+Util::Map<const char*>& Util::ourMD5HashCache = *new Map<const char*>(1, 1, 256);
+Util::qzmutex& Util::ourMD5HashCacheLock = *new qzmutex;
+Util::Map<const char*>& Util::ourPathCache = *new Map<const char*>(1, 1, 256);
+Util::qzmutex& Util::ourPathCacheLock = *new qzmutex;
+Util::Map<const char*>& Util::ourUrlHostCache = *new Map<const char*>(1, 1, 256);
+Util::qzmutex& Util::ourUrlHostCacheLock = *new qzmutex;
+Util::Map<const char*>& Util::ourUrlPathCache = *new Map<const char*>(1, 1, 256);
+Util::qzmutex& Util::ourUrlPathCacheLock = *new qzmutex;
+Util::Clock* Util::Clock::TheClock = (Util::Clock::init(), Util::Clock::TheClock);
+Util::qzmutex& Util::itsLock = *new qzmutex;
+std::atomic<std::uint32_t> Util::counter{0};
+unsigned char* Util::__base = _getBase();
+
+// The address of this host and the names of its peers, both filled on demand.
+std::atomic<char*> Util::Socket::ourLocalHostAddr{nullptr};
+Util::Map<Util::Socket::DNSList*>& Util::Socket::ourHostAddrs = *new Map<DNSList*>;
+Util::qzmutex& Util::Socket::ourHostAddrsLock = *new qzmutex;
+
+// The uplink's parameters, from the environment.
+const UplinkParameters::Values& AsyncBinaryUplink::itsParams =
+    *new UplinkParameters::Values(UplinkParameters::Values::read());
+
+// The configuration, without tables until the agent pushes one.
+Util::qzmutex& InterceptorConfig::itsClassMutex = *new Util::qzmutex;
+Util::String& InterceptorConfig::itsConfigFilename = *new Util::String;
+const Util::String& InterceptorConfig::kTrustKey = *new Util::String("trustKey=");
+const Util::String& InterceptorConfig::kTrustAssert = *new Util::String("assertsTrust=");
+const Util::String& InterceptorConfig::kTrustCheckAddr = *new Util::String("checksCallerAddress=");
+const Util::String& InterceptorConfig::kTrustInterval = *new Util::String("trustInterval=");
+InterceptorConfig& InterceptorConfig::itsCurrent = *new InterceptorConfig;
+
+// The model's own state, and last the start-up, which makes the uplink and its threads.
+Util::qzmutex& IntCorrelator::ourLock = *new Util::qzmutex;
+Util::String& Interaction::ourServerInstance = *new Util::String;
+Util::String& Interaction::ourHostname = *new Util::String;
+Uplink* Interaction::ourUplink = nullptr;
+short Interaction::itsDefaultPlatformType = 0;
+Interaction::StaticInit Interaction::ourStaticInit;
+
+}  // namespace Quenvale::Interceptor::SDK

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <cstdio>
+
+#include "util/StreamReader.h"
+
+namespace Quenvale::Interceptor::SDK::Util {
+
+/// The lines of a file. closeReader() closes it, destruction alone does not.
+class QZ_API FileStreamReader final : public StreamReader {
+public:
+    explicit FileStreamReader(std::FILE* file) : itsFile(file) {}
+    /// A null path, or one that can't be opened, gives a reader without a file.
+    explicit FileStreamReader(const char* path);
+
+    void closeReader() override;
+    /// True when there is a file, and still so after closeReader().
+    explicit operator bool() const override { return itsFile != nullptr; }
+    String ReadLine() override;
+
+private:
+    std::FILE* itsFile;
+    bool itIsClosed = false;  // itsFile stays set, so this keeps it from being used again.
+};
+
+}  // namespace Quenvale::Interceptor::SDK::Util

@@ -1,0 +1,18 @@
+#pragma once
+
+namespace Quenvale::Interceptor::SDK::Util {
+
+/// A walk over a collection. An iterator that an operation returns is a heap object that the
+/// caller deletes. Behind the last element next() and get() give the collection's blank item.
+template <class T>
+class IIterator {
+public:
+    virtual bool hasNext() = 0;
+    virtual T& next() = 0;
+    virtual T& get() = 0;
+    /// Removes the element that next() returned last.
+    virtual void remove() = 0;
+    virtual ~IIterator() = default;
+};
+
+}  // namespace Quenvale::Interceptor::SDK::Util

@@ -1,0 +1,21 @@
+#pragma once
+
+#include "util/blocks.h"
+#include "util/dispose.h"
+
+namespace Quenvale::Interceptor::SDK::Util {
+
+/// An entry of a Map.
+template <class T>
+struct Pair : Pooled {
+    Pair(const char* k, const T& v, int mode) : key(k), value(v), freeMode(mode) {}
+    virtual ~Pair() { Free<T>(freeMode, value); }
+    Pair(const Pair&) = delete;
+    Pair& operator=(const Pair&) = delete;
+
+    String key;
+    T value;
+    int freeMode;
+};
+
+}  // namespace Quenvale::Interceptor::SDK::Util

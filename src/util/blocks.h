@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstddef>
+
+#include "util/export.h"
+
+namespace Quenvale::Interceptor::SDK::Util {
+
+/// Memory for what a report makes and drops again: texts, records, nodes, events. Every block is
+/// a plain malloc block of its own, so it may also end in free(), and a block from malloc or
+/// strdup may end in release(). In front of malloc stands a small cache for each thread, bounded
+/// in count and size (64 KiB at most), which goes when its thread ends. Builds with a sanitizer
+/// have no cache, so that the sanitizer sees each use.
+///
+/// Threads: any. A block may be released on a thread other than the one that took it.
+
+/// At least `bytes` bytes, uninitialised. Null only when malloc has none.
+QZ_API void* allocate(std::size_t bytes) noexcept;
+
+/// The same, zeroed.
+QZ_API void* allocateZeroed(std::size_t bytes) noexcept;
+
+/// Gives a block back. Null does nothing.
+QZ_API void release(void* block) noexcept;
+
+/// A copy of `length` characters with a terminator; null for a null text.
+QZ_API char* duplicate(const char* text, std::size_t length) noexcept;
+
+/// Base of the classes that a report makes: their objects come from allocate().
+struct Pooled {
+    QZ_API static void* operator new(std::size_t bytes);
+    static void* operator new(std::size_t, void* place) noexcept { return place; }
+    static void operator delete(void* block) noexcept { release(block); }
+};
+
+}  // namespace Quenvale::Interceptor::SDK::Util

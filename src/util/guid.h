@@ -1,0 +1,33 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "util/String.h"
+#include "util/qzmutex.h"
+
+namespace Quenvale::Interceptor::SDK::Util {
+
+/// Unique ids that any process makes alone: 16 bytes, as text 24 characters that end in "==".
+///
+///     0 to 3    IPv4 address of the host in network order, 0 if it cannot be found
+///     4, 5      low 16 bits of the process id, low byte first
+///     6 to 11   milliseconds of the wall clock at load, low 48 bits, low byte first
+///     12 to 15  a counter, low byte first
+///
+/// Threads: any. Ids of a process are unique until the counter wraps after 2^32 of them.
+
+extern unsigned char* __base;               // The first 12 bytes; null if memory was short at load.
+extern std::atomic<std::uint32_t> counter;  // The last 4 of the next id.
+extern qzmutex& itsLock;                    // Held while a base is made after load.
+
+QZ_API String newGuid();
+
+/// Stores a new id in 16 bytes.
+QZ_API void getBytes(unsigned char* bytes);
+
+/// A fresh base in a block that the caller releases; null if there is no memory. It looks up the
+/// host's own name, so it belongs at load and not in a call.
+QZ_API unsigned char* _getBase();
+
+}  // namespace Quenvale::Interceptor::SDK::Util

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <pthread.h>
+
+#include "util/annotations.h"
+#include "util/export.h"
+
+namespace Quenvale::Interceptor::SDK::Util {
+
+/// The library's only lock: recursive, so a thread may lock it again and then owes as many
+/// unlocks. Every operation is const, so that a const object can guard what it reads.
+///
+/// Threads: any. No order between two locks is enforced here; it belongs to their owners.
+class QZ_API QZ_CAPABILITY("mutex") qzmutex {
+public:
+    qzmutex() {
+        pthread_mutexattr_init(&itsAttributes);
+        pthread_mutexattr_settype(&itsAttributes, PTHREAD_MUTEX_RECURSIVE);
+        pthread_mutex_init(&itsMutex, &itsAttributes);
+    }
+    ~qzmutex() {
+        pthread_mutex_destroy(&itsMutex);
+        pthread_mutexattr_destroy(&itsAttributes);
+    }
+    qzmutex(const qzmutex&) = delete;
+    qzmutex& operator=(const qzmutex&) = delete;
+
+    /// False when the mutex could not be had; then there is nothing to unlock.
+    bool lock() const QZ_ACQUIRE() { return pthread_mutex_lock(&itsMutex) == 0; }
+    bool trylock() const QZ_TRY_ACQUIRE(true) { return pthread_mutex_trylock(&itsMutex) == 0; }
+    void unlock() const QZ_RELEASE() { pthread_mutex_unlock(&itsMutex); }
+
+    /// For pthread_cond_wait; the caller holds the lock exactly once.
+    pthread_mutex_t* handle() const { return &itsMutex; }
+
+private:
+    mutable pthread_mutexattr_t itsAttributes;
+    mutable pthread_mutex_t itsMutex;
+};
+
+/// Holds a lock for a scope. A lock that failed is not unlocked.
+class QZ_SCOPED_CAPABILITY MutexGuard {
+public:
+    explicit MutexGuard(const qzmutex& lock) QZ_ACQUIRE(lock)
+        : itsLock(&lock), itIsLocked(lock.lock()) {}
+    ~MutexGuard() QZ_RELEASE() {
+        if (itIsLocked) itsLock->unlock();
+    }
+    MutexGuard(const MutexGuard&) = delete;
+    MutexGuard& operator=(const MutexGuard&) = delete;
+
+    /// Ends the hold before the scope does.
+    void unlock() QZ_RELEASE() {
+        if (!itIsLocked) return;
+        itIsLocked = false;
+        itsLock->unlock();
+    }
+
+private:
+    const qzmutex* itsLock;
+    bool itIsLocked;
+};
+
+}  // namespace Quenvale::Interceptor::SDK::Util

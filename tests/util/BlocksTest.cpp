@@ -1,0 +1,52 @@
+#include "util/blocks.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <thread>
+#include <vector>
+
+namespace Quenvale::Interceptor::SDK::Util {
+namespace {
+
+TEST(Blocks, HoldWhatWasAskedForAndMixWithMalloc) {
+    for (std::size_t size : {0U, 1U, 31U, 32U, 33U, 64U, 65U, 1023U, 1024U, 1025U, 70000U}) {
+        void* block = allocate(size);
+        ASSERT_NE(block, nullptr);
+        std::memset(block, 0x5a, size);
+        release(block);
+        std::free(allocate(size));
+        void* foreign = std::malloc(size);
+        release(foreign);
+        auto* zeroed = static_cast<unsigned char*>(allocateZeroed(size));
+        for (std::size_t i = 0; i < size; ++i) ASSERT_EQ(zeroed[i], 0);
+        release(zeroed);
+    }
+    release(nullptr);
+}
+
+// Every block is written in full between its two uses: two owners of one block would show.
+TEST(Blocks, ThreadsHandBlocksToOneAnother) {
+    std::vector<unsigned char*> handed(2000);
+    for (int round = 0; round < 4; ++round) {
+        std::thread maker([&] {
+            for (std::size_t i = 0; i < handed.size(); ++i) {
+                const std::size_t size = 8 + i % 1200;
+                handed[i] = static_cast<unsigned char*>(allocate(size));
+                std::memset(handed[i], static_cast<int>(i & 0xff), size);
+            }
+        });
+        maker.join();
+        std::thread taker([&] {
+            for (std::size_t i = 0; i < handed.size(); ++i) {
+                ASSERT_EQ(handed[i][(8 + i % 1200) - 1], static_cast<unsigned char>(i & 0xff));
+                release(handed[i]);
+            }
+        });
+        taker.join();
+    }
+}
+
+}  // namespace
+}  // namespace Quenvale::Interceptor::SDK::Util

@@ -1,0 +1,189 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "util/Map.h"
+#include "util/Stack.h"
+#include "util/Vector.h"
+
+namespace Quenvale::Interceptor::SDK::Util {
+namespace {
+
+template <class T>
+std::string keysOf(Map<T>& map) {
+    std::string keys;
+    typename Map<T>::Iterator it(&map);
+    while (it.hasNext()) keys += it.next()->key.c_str();
+    return keys;
+}
+
+struct Counted {
+    static int alive;
+    Counted() { ++alive; }
+    ~Counted() { --alive; }
+};
+int Counted::alive = 0;
+
+TEST(Map, KeepsInsertionOrderThroughGrowthAndErasure) {
+    Map<int> map;
+    for (int i = 0; i < 17; ++i) map.put(String(std::string(1, char('a' + i)).c_str()), i);
+    EXPECT_EQ(map.bucketCount(), 32) << "the 17th entry doubles the table";
+    for (int i = 0; i < 17; ++i) EXPECT_EQ(map.find(std::string(1, char('a' + i)).c_str()), i);
+    EXPECT_EQ(keysOf(map), "abcdefghijklmnopq");
+    EXPECT_TRUE(map.erase("c"));
+    EXPECT_FALSE(map.erase("c"));
+    map.put("a", 100);
+    EXPECT_EQ(keysOf(map), "abdefghijklmnopq") << "a replaced value keeps its place";
+    EXPECT_EQ(map.size(), 16);
+    map.clear();
+    EXPECT_EQ(map.bucketCount(), 32) << "clear keeps the number of buckets";
+    EXPECT_TRUE(map.empty());
+}
+
+TEST(Map, ABoundedMapDropsItsHead) {
+    for (int lru = 0; lru < 2; ++lru) {
+        Map<Counted*> map(2, lru, 2);
+        map.put("a", new Counted);
+        map.put("b", new Counted);
+        map.find("a");
+        map.put("c", new Counted);
+        EXPECT_EQ(keysOf(map), lru == 1 ? "ac" : "bc") << "a look-up counts only with LRU";
+        EXPECT_EQ(Counted::alive, 2) << "what is dropped is disposed of";
+        map.put("c", new Counted);
+        EXPECT_EQ(Counted::alive, 2) << "so is what is replaced";
+    }
+    EXPECT_EQ(Counted::alive, 0);
+}
+
+TEST(Map, AMissGivesTheBlankAndInsertsNothing) {
+    Map<String> texts;
+    EXPECT_TRUE(texts.find("x") == "" && texts.empty());
+    Map<void*> pointers;
+    EXPECT_EQ(pointers.find("x"), nullptr);
+}
+
+TEST(Map, NullIsAKeyOfItsOwn) {
+    Map<int> map;
+    map.insert(static_cast<const char*>(nullptr), 7);
+    EXPECT_EQ(map.find(static_cast<const char*>(nullptr)), 7);
+    EXPECT_EQ(map.find(""), 0);
+    EXPECT_TRUE(map.hasKey(String::NIL) && !map.hasKey(String::BLANK));
+}
+
+TEST(Map, RemovalDuringAWalkGoesOnWithTheNextEntry) {
+    Map<int> map;
+    for (const char* key : {"a", "b", "c", "d"}) map.put(key, 1);
+    Map<int>::Iterator it(&map);
+    it.next();
+    it.next();
+    it.remove();
+    EXPECT_STREQ(it.next()->key.c_str(), "c");
+    EXPECT_EQ(keysOf(map), "acd");
+}
+
+TEST(Map, CopiesAndClones) {
+    Map<String> map;
+    map.put("b", "1");
+    map.put("a", "2");
+    Map<String>* copy = map.copy();
+    EXPECT_EQ(keysOf(*copy), "ba");
+    EXPECT_FALSE(map.hasValue(copy->find("b"))) << "texts are compared by their buffer";
+    EXPECT_TRUE(map.hasValue(map.find("b")));
+    delete copy;
+    Map<String> none;
+    Map<String> fromNone(&none);
+    fromNone.put("x", "y");
+    EXPECT_TRUE(fromNone.find("x") == "y") << "a clone of an empty map can be filled";
+}
+
+TEST(Map, HashesSignedCharacters) {
+    EXPECT_EQ(Map<int>::computeKey("ab", 1 << 30), (97UL * 65599 + 98) % (1UL << 30));
+    EXPECT_EQ(Map<int>::computeKey("\xff", 16), 15U) << "minus one, modulo 2 to the 64";
+    EXPECT_EQ(Map<int>::computeKey("", 16), 0U);
+}
+
+TEST(List, IteratorStepsRemovesAndInserts) {
+    List<int> list(0);
+    EXPECT_TRUE(list.add(2));
+    EXPECT_FALSE(list.add(3));
+    EXPECT_TRUE(list.addToHead(1));
+    List<int>::Iterator it(&list);
+    EXPECT_EQ(it.next(), 1);
+    it.remove();
+    EXPECT_EQ(it.get(), 2);
+    it.insert(9);
+    std::string order;
+    for (auto* n = list.getHead(); n != nullptr; n = n->next) order += std::to_string(n->data);
+    EXPECT_EQ(order, "923");
+    while (it.hasNext()) it.next();
+    EXPECT_EQ(it.get(), 0) << "behind the end stands the blank item";
+    it.remove();
+    EXPECT_FALSE(list.contains(3)) << "from behind the end the tail goes";
+    EXPECT_EQ(it.nextNode(), nullptr);
+    EXPECT_EQ(it.get(), 9) << "from behind the end a step leads to the head";
+}
+
+TEST(Stack, PeeksAtTheBlankWhenEmpty) {
+    Stack<int> stack(0);
+    EXPECT_EQ(stack.peek(), 0);
+    stack.push(1);
+    stack.push(2);
+    EXPECT_EQ(stack.pop(), 2);
+    EXPECT_EQ(stack.peek(), 1);
+}
+
+TEST(Vector, CapacityDoublesWhenARequestReachesIt) {
+    Vector<String> v(2, 16);
+    for (int i = 0; i < 15; ++i) v.add("x");
+    EXPECT_EQ(v.capacity(), 16);
+    v.add("x");
+    EXPECT_EQ(v.capacity(), 32);
+    v.clear();
+    EXPECT_EQ(v.capacity(), 0);
+    v.add("y");
+    EXPECT_EQ(v.capacity(), 1);
+}
+
+TEST(Vector, InsertBeforeTheEndPushesTheLastOut) {
+    Vector<int> v(0, 4);
+    v.add(1);
+    v.add(2);
+    v.insert(0, 9);
+    EXPECT_EQ(v.size(), 2);
+    EXPECT_EQ(v.get(0), 9);
+    EXPECT_EQ(v.get(1), 1);
+    EXPECT_EQ(v.indexOf(2), -1);
+}
+
+TEST(Vector, ResizeCutsAndDisposes) {
+    {
+        Vector<Counted*> v(2, 8);
+        for (int i = 0; i < 4; ++i) v.add(new Counted);
+        v.resize(2);
+        EXPECT_EQ(Counted::alive, 2);
+        EXPECT_EQ(v.size(), 2);
+        EXPECT_EQ(v.capacity(), 2);
+        v.clear();
+    }
+    EXPECT_EQ(Counted::alive, 0);
+}
+
+TEST(Dispose, NullifyClearsTheSlotAndReleasesOnce) {
+    Counted* item = new Counted;
+    nullify(&item, false);
+    EXPECT_EQ(item, nullptr);
+    EXPECT_EQ(Counted::alive, 0);
+    nullify(&item, false);
+    nullify(static_cast<Counted**>(nullptr), false);
+
+    auto* bytes = new ByteArray(new unsigned char[3], 3, true);
+    auto* region = static_cast<ByteArray::Region*>(std::calloc(1, sizeof(ByteArray::Region)));
+    bytes->extra = region;
+    nullify(&bytes, false);
+    EXPECT_EQ(bytes, nullptr);
+    EXPECT_EQ(ByteArray(nullptr, 5, false).length, 0);
+    EXPECT_TRUE(ByteArray(nullptr, 5, false).owned);
+}
+
+}  // namespace
+}  // namespace Quenvale::Interceptor::SDK::Util

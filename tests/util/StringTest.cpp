@@ -1,0 +1,108 @@
+#include "util/String.h"
+
+#include <gtest/gtest.h>
+
+#include "util/exceptions.h"
+#include "util/text.h"
+
+namespace Quenvale::Interceptor::SDK::Util {
+namespace {
+
+TEST(String, NilBlankAndTextAreThreeStates) {
+    const String nil, blank(""), text("abc");
+    EXPECT_TRUE(nil.empty() && blank.empty() && !text.empty());
+    EXPECT_FALSE(nil == blank);
+    EXPECT_TRUE(nil == String::NIL && nil == nullptr && blank == String::BLANK);
+    EXPECT_EQ(nil.length(), 0U);
+    EXPECT_TRUE(nil < blank && nil < text && !(blank < nil) && !(nil < nil) && blank < text);
+}
+
+TEST(String, ConcatenationKeepsNil) {
+    const String nil, blank(""), text("abc");
+    EXPECT_EQ((nil + nil).c_str(), nullptr);
+    EXPECT_EQ((nil + blank).c_str(), nullptr);
+    EXPECT_STREQ((nil + text).c_str(), "abc");
+    EXPECT_STREQ((text + nil).c_str(), "abc");
+    EXPECT_STREQ((text + String("d")).c_str(), "abcd");
+    String self("ab");
+    self.append(self.c_str());
+    EXPECT_STREQ(self.c_str(), "abab") << "a text may be appended to itself";
+}
+
+TEST(String, CopiesAreTheirOwnAndMovesLeaveNil) {
+    String a("abc");
+    String b(a);
+    EXPECT_NE(a.c_str(), b.c_str());
+    b = a;
+    EXPECT_NE(a.c_str(), b.c_str());
+    String& alias = a;
+    a = alias;
+    EXPECT_STREQ(a.c_str(), "abc") << "self assignment keeps the text";
+    const String c(std::move(a));
+    EXPECT_EQ(a.c_str(), nullptr);
+    EXPECT_STREQ(c.c_str(), "abc");
+}
+
+TEST(String, FindAnswersAPositionOrAllBits) {
+    const struct {
+        const char* why;
+        const char* text;
+        char ch;
+        unsigned int start;
+        unsigned int at;
+    } rows[] = {
+        {"the last character", "abc", 'c', 2, 2},
+        {"a start at the length is behind the text", "abc", 'c', 3, ~0U},
+        {"a start far behind", "abc", 'c', 300, ~0U},
+        {"the terminator is never found", "abc", '\0', 0, ~0U},
+        {"null text", nullptr, 'a', 0, ~0U},
+        {"an empty text from its start", "", 'a', 0, ~0U},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        EXPECT_EQ(String::find(row.text, row.ch, row.start), row.at);
+    }
+    EXPECT_EQ(String::find("abcabc", "ca"), 2U);
+    EXPECT_EQ(String::find("abc", static_cast<const char*>(nullptr)), ~0U);
+}
+
+TEST(Text, NumbersInEveryBase) {
+    const struct {
+        long long value;
+        int base;
+        const char* text;
+    } rows[] = {
+        {0, 10, "0"},      {255, 16, "ff"},
+        {-10, 2, "-1010"}, {35, 36, "z"},
+        {5, 37, ""},       {5, 1, ""},
+        {-255, 16, "-ff"}, {std::numeric_limits<long long>::min(), 16, "-8000000000000000"},
+    };
+    for (const auto& row : rows) {
+        char text[kNumberText];
+        lltoa(row.value, text, row.base);
+        EXPECT_STREQ(text, row.text);
+    }
+    EXPECT_STREQ(String::addrToString(reinterpret_cast<void*>(0xABCUL)).c_str(), "abc");
+    char upper[] = "az\xe4Z";
+    EXPECT_STREQ(strupr(upper), "AZ\xe4Z") << "ASCII letters only";
+}
+
+template <class E, class... Args>
+String messageOf(Args... args) {
+    try {
+        raise<E>(args...);
+    } catch (E* e) {
+        return e->getMessage();
+    }
+}
+
+TEST(Exceptions, MessagesCarryTheClassPrefix) {
+    EXPECT_STREQ(messageOf<APIException>("x").c_str(), "x");
+    EXPECT_STREQ(messageOf<IOException>("x").c_str(), "IOException: x");
+    EXPECT_STREQ(messageOf<RuntimeException>("").c_str(), "RuntimeException: ");
+    EXPECT_STREQ(messageOf<IllegalArgumentException>("x").c_str(), "IllegalArgumentException: x");
+    EXPECT_EQ(messageOf<EOFException>().c_str(), nullptr);
+}
+
+}  // namespace
+}  // namespace Quenvale::Interceptor::SDK::Util
