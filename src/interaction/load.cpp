@@ -2,6 +2,7 @@
 // is built when the library loads, may use what stands above it, and is never destroyed: a thread
 // of ours, or another module's destructor, can still touch it while the process exits. So all
 // objects live on the heap behind a reference, and no function of ours runs at exit.
+#include "capi/records.h"
 #include "config/InterceptorConfig.h"
 #include "interaction/ClientInteraction.h"
 #include "interaction/IntCorrelator.h"
@@ -80,12 +81,18 @@ const Util::String& InterceptorConfig::kTrustCheckAddr = *new Util::String("chec
 const Util::String& InterceptorConfig::kTrustInterval = *new Util::String("trustInterval=");
 InterceptorConfig& InterceptorConfig::itsCurrent = *new InterceptorConfig;
 
+// The records of the C interface.
+Util::Map<void*>& ourStructMap = *new Util::Map<void*>(0, 0, 0);
+Util::qzmutex& ourStructMapLock = *new Util::qzmutex;
+
 // The model's own state, and last the start-up, which makes the uplink and its threads.
 Util::qzmutex& IntCorrelator::ourLock = *new Util::qzmutex;
 Util::String& Interaction::ourServerInstance = *new Util::String;
 Util::String& Interaction::ourHostname = *new Util::String;
 Uplink* Interaction::ourUplink = nullptr;
 short Interaction::itsDefaultPlatformType = 0;
+std::atomic<int> InteractionStub::itsGlobalSequenceNumber{0};
+std::atomic<signed char> InteractionStub::ourDebugInfo{kDebugUnknown};
 Interaction::StaticInit Interaction::ourStaticInit;
 
 }  // namespace Quenvale::Interceptor::SDK

@@ -25,6 +25,13 @@ Bytes allocate(int size) {
     return Bytes(new unsigned char[static_cast<unsigned>(size)]);
 }
 
+// The bytes that follow a header: one less than it says.
+int lengthOf(int header, const char* tooLong) {
+    if (header < 0) refuse("Invalid unsigned value", header);
+    if (header - 1 > kLongest) refuse(tooLong, header - 1);
+    return header - 1;
+}
+
 struct Releaser {
     void operator()(char* text) const { Util::release(text); }
 };
@@ -75,8 +82,8 @@ private:
     void append(Bytes bytes, int length) {
         auto piece = std::make_unique<Piece>(length, bytes.get());
         itsPieces.add(piece.get());
-        piece.release();
-        bytes.release();
+        static_cast<void>(piece.release());
+        static_cast<void>(bytes.release());
     }
 
     Util::Vector<Piece*> itsPieces{2, 16};
@@ -120,13 +127,58 @@ int DataInputStream::readUnsignedInt() {
 Util::String DataInputStream::readUTF() {
     const int header = readUnsignedInt();
     if (header == 0) return {};
-    const int length = checkLength(header, kTextTooLong);
+    const int length = lengthOf(header, kTextTooLong);
     std::unique_ptr<char, Releaser> text(
         static_cast<char*>(Util::allocate(static_cast<unsigned>(length) + 1)));
     if (text == nullptr) throw std::bad_alloc();
     readFully(reinterpret_cast<unsigned char*>(text.get()), length);
     text.get()[length] = '\0';
     return Util::String::adopt(text.release());
+}
+
+unsigned char* DataInputStream::readBytes(int& size) {
+    const int header = readUnsignedInt();
+    if (header == 0) return nullptr;
+    const int length = lengthOf(header, kBlockTooLong);
+    Bytes first = allocate(length);
+    readFully(first.get(), length);
+    // A block of no bytes has no terminator.
+    int next = length == 0 ? 0 : readUnsignedInt();
+    if (next == 0) {
+        size = length;
+        return first.release();
+    }
+
+    Pieces pieces(std::move(first), length);
+    for (; next != 0; next = readUnsignedInt()) {
+        if (next < 0)
+            Util::raise<Util::IOException>(
+                "Corrupted stream; received a negative number of bytes: ");
+        if (next > kLongest - pieces.total())
+            refuse(kBlockTooLong, static_cast<long long>(pieces.total()) + next);
+        for (int rest = next; rest > 0;) {
+            int taken = 0;
+            unsigned char* place = pieces.reserve(rest, taken);
+            readFully(place, taken);
+            rest -= taken;
+        }
+    }
+    Bytes all = pieces.join();
+    size = pieces.total();
+    return all.release();
+}
+
+InputStream* DataInputStream::source() const {
+    if (closed) Util::raise<Util::IOException>("stream is closed.");
+    return itsSource;
+}
+
+void DataInputStream::readFully(unsigned char* buffer, int length) {
+    for (int have = 0; have < length;) {
+        const int came = read(buffer, have, length - have);
+        if (came <= 0) Util::raise<Util::EOFException>();
+        have += came;
+    }
 }
 
 }  // namespace Quenvale::Interceptor::SDK::IO

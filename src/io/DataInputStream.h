@@ -8,8 +8,8 @@ namespace Quenvale::Interceptor::SDK::IO {
 /// The reading side of the agent protocol's typed layer; DataOutputStream has the encodings.
 ///
 /// A text, and a block with all its pieces, may have up to 64 MiB. What claims to be longer is
-/// refused before memory is taken for it, and memory never exceeds the bytes that have come by
-/// more than a small factor, however a block is cut into pieces.
+/// refused before memory is taken for it. However a block is cut into pieces, reading it takes no
+/// more than a small multiple of its size.
 ///
 /// Threads:   one at a time; there is no lock.
 /// Ownership: the source is borrowed; closeStream() closes it, nothing here deletes it.
@@ -53,7 +53,6 @@ public:
 private:
     InputStream* source() const;
     void readFully(unsigned char* buffer, int length);
-    int readLength(const char* tooLong);
 
     InputStream* itsSource;  // Borrowed; null once closed.
 };

@@ -131,6 +131,7 @@ void DataOutputStream::Chunk::closeStream() {
 }
 
 void DataOutputStream::Chunk::flushChunk(unsigned char* extra, int offset, int length) {
+    checkOpen();
     const int added = extra == nullptr ? 0 : std::max(length, 0);
     if (added >= INT_MAX - itsBuffered) refuse("Block too long", added);
     const int piece = itsBuffered + added;

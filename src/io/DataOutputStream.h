@@ -69,9 +69,9 @@ private:
     void checkPlain() const;
     OutputStream* sink() const;
 
-    OutputStream* itsSink;                       // Borrowed; null once closed.
-    std::unique_ptr<unsigned char[]> itsScratch; // Part of the object; no encoding needs it.
-    std::unique_ptr<unsigned char[]> itsStaging; // From the first Chunk on.
+    OutputStream* itsSink;                        // Borrowed; null once closed.
+    std::unique_ptr<unsigned char[]> itsScratch;  // Part of the object; no encoding needs it.
+    std::unique_ptr<unsigned char[]> itsStaging;  // From the first Chunk on.
     int itsStagingSize = 0;
     bool itIsChunkOpen = false;
 };

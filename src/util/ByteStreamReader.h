@@ -21,8 +21,8 @@ public:
     String ReadLine() override;
 
 private:
-    IO::InputStream* itsSource;                   // Borrowed; null once closed.
-    std::unique_ptr<unsigned char[]> itsLeftover; // Read behind the line feed of an earlier line.
+    IO::InputStream* itsSource;                    // Borrowed; null once closed.
+    std::unique_ptr<unsigned char[]> itsLeftover;  // Read behind the line feed of an earlier line.
     int itsPosition = 0;
     int itsCount = 0;
     bool itIsClosed = false;

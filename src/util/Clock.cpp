@@ -62,7 +62,10 @@ long long Clock::_convertToMicro(long long ticks) const {
     const auto asDouble = static_cast<double>(ticks);
     const long long micro = truncate(asDouble * static_cast<double>(itsResolution)) / itsFrequency;
     if (micro >= 0 || ticks <= 0) return micro;
-    return truncate(asDouble / static_cast<double>(itsFrequency)) * itsResolution;
+    // Unsigned, since a resolution finer than the frequency can wrap here.
+    const long long seconds = truncate(asDouble / static_cast<double>(itsFrequency));
+    return static_cast<long long>(static_cast<unsigned long long>(seconds) *
+                                  static_cast<unsigned long long>(itsResolution));
 }
 
 long long Clock::_convert(long long ticks, int unit) const {

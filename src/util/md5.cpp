@@ -31,17 +31,21 @@ inline void wipe(void* memory, std::size_t bytes) {
     __asm__ __volatile__("" : : "r"(memory) : "memory");
 }
 
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "words are moved as they stand");
+
 // Low byte first; the upper half of a word never leaves it.
 inline void Quenvale_Encode(unsigned char* output, const Word* input, unsigned int length) {
-    for (unsigned int i = 0; i < length; ++i)
-        output[i] = static_cast<unsigned char>(input[i / 4] >> (8 * (i % 4)));
+    for (unsigned int i = 0; i < length / 4; ++i) {
+        const auto low = static_cast<std::uint32_t>(input[i]);
+        std::memcpy(output + std::size_t{4} * i, &low, sizeof low);
+    }
 }
 
 inline void Quenvale_Decode(Word* output, const unsigned char* input, unsigned int length) {
     for (unsigned int i = 0; i < length / 4; ++i) {
-        const unsigned char* bytes = input + std::size_t{4} * i;
-        output[i] =
-            Word{bytes[0]} | Word{bytes[1]} << 8 | Word{bytes[2]} << 16 | Word{bytes[3]} << 24;
+        std::uint32_t low;
+        std::memcpy(&low, input + std::size_t{4} * i, sizeof low);
+        output[i] = low;
     }
 }
 

@@ -62,12 +62,12 @@ Map<String>* loadProperties(StreamReader& reader) {
     } catch (abi::__forced_unwind&) {
         throw;
     } catch (...) {
-        errorMsg(
-            "Map::loadPropertiesFromStreamReader: unexpected error loading properties.\n");
+        errorMsg("Map::loadPropertiesFromStreamReader: unexpected error loading properties.\n");
     }
     return properties.release();
 }
 
+// By value: the signature is exported. NOLINTNEXTLINE(performance-unnecessary-value-param)
 Map<String>* loadProperties(String path) {
     FileStreamReader reader(path.c_str());
     const Closing closing(reader);

@@ -1,6 +1,6 @@
 #include "util/qzsemaphore.h"
 
-// The assertions hold in every build.
+// A release build has no assert(), but this class keeps its assertions there too.
 #undef NDEBUG
 #include <cassert>
 
@@ -12,8 +12,7 @@ namespace Quenvale::Interceptor::SDK::Util {
 
 namespace {
 
-// Both report the same place whatever file they are compiled from.
-void require(bool holds, const char* condition, int line) {
+void require(bool holds, const char* condition, unsigned int line) {
     if (!holds) __assert_fail(condition, "util/qzmutex", line, "qzsemaphore");
 }
 

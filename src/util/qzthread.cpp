@@ -79,6 +79,13 @@ void qzthread::join() {
     // The thread may come back to this object before it ends.
     guard.unlock();
     pthread_join(id, nullptr);
+    forget(id);
+}
+
+// The system gives the id of a thread that ended to a new one, which is then not this one.
+void qzthread::forget(pthread_t id) {
+    Util::MutexGuard guard(itsLock);
+    if (!itIsJoinable && pthread_equal(itsID, id) != 0) itsID = 0;
 }
 
 void qzthread::detach() {

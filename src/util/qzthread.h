@@ -39,6 +39,7 @@ public:
 
 private:
     static void* start_thread(void* arg);
+    void forget(pthread_t id);
 
     pthread_t itsID QZ_GUARDED_BY(itsLock) = 0;
     char* itsKey QZ_GUARDED_BY(itsLock) = nullptr;  // From malloc.

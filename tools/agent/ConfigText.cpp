@@ -47,7 +47,8 @@ std::string ConfigText::text() const {
     if (trust) {
         lines.add("trustKey=" + trust->key);
         lines.add(std::string("assertsTrust=") + (trust->assertsTrust ? "true" : "false"));
-        lines.add(std::string("checksCallerAddress=") + (trust->checksCallerAddress ? "true" : "false"));
+        lines.add(std::string("checksCallerAddress=") +
+                  (trust->checksCallerAddress ? "true" : "false"));
         lines.add("trustInterval=" + std::to_string(trust->interval));
     }
     lines.add(host);

@@ -46,8 +46,8 @@ struct ConfigText {
     std::string text() const;
 };
 
-/// The port line of a configuration text, with or without a trust block in front of it. Nothing when
-/// the text ends before that line or the line is no port.
+/// The port line of a configuration text, with or without a trust block in front of it. Nothing
+/// when the text ends before that line or the line is no port.
 std::optional<int> portOfConfig(const std::string& text);
 
 }  // namespace QZAgent

@@ -19,9 +19,9 @@ struct Checkpoint {
     std::int64_t elapsed = 0;  // ms
 };
 
-/// One decoded event. A field that the event doesn't carry has no value: a writer leaves out what is
-/// empty or 0, so that a value held here is never empty and never 0. Texts are bytes in the encoding
-/// of the instrumented program.
+/// One decoded event. A field that the event doesn't carry has no value: a writer leaves out what
+/// is empty or 0, so that a value held here is never empty and never 0. Texts are bytes in the
+/// encoding of the instrumented program.
 struct Event {
     static constexpr std::uint8_t REPLIED = 0x01;
     static constexpr std::uint8_t CLIENT = 0x02;
@@ -99,11 +99,13 @@ struct Event {
 /// In which kinds of event a field can stand.
 enum class FieldScope { Always, Request, ServerRequest, Reply, WholeOnly };
 
-/// One row of the format: the fields 1 to 43 in the order of the bytes. Decoding, text and JSON all walk it.
+/// One row of the format: the fields 1 to 43 in the order of the bytes. Decoding, text and JSON all
+/// walk it.
 struct Field {
-    using Member = std::variant<std::optional<std::string> Event::*, std::optional<std::uint8_t> Event::*,
-                                std::optional<std::int16_t> Event::*, std::optional<std::int32_t> Event::*,
-                                std::optional<std::int64_t> Event::*>;
+    using Member =
+        std::variant<std::optional<std::string> Event::*, std::optional<std::uint8_t> Event::*,
+                     std::optional<std::int16_t> Event::*, std::optional<std::int32_t> Event::*,
+                     std::optional<std::int64_t> Event::*>;
     const char* name;
     int bit;
     FieldScope scope;

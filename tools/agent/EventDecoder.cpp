@@ -89,8 +89,9 @@ bool Walk::head(Event& event) {
                            std::to_string(event.totalSize));
     }
     if (itsEnd != event.eventSize && itsEnd != event.totalSize) {
-        return fail(9, "sizes " + std::to_string(event.eventSize) + " and " + std::to_string(event.totalSize) +
-                           " in " + std::to_string(itsEnd) + " bytes");
+        return fail(9, "sizes " + std::to_string(event.eventSize) + " and " +
+                           std::to_string(event.totalSize) + " in " + std::to_string(itsEnd) +
+                           " bytes");
     }
     if (event.eventSize < kHeadSize) return fail(9, "event size is below that of the head");
     if (event.totalSize > event.eventSize && !event.hasPayload()) {
@@ -103,7 +104,8 @@ bool Walk::head(Event& event) {
 }
 
 bool Walk::flags(const Event& event) {
-    if (event.hasFlag(Event::WHOLE) && !event.hasFlag(Event::REPLIED)) return fail(0, "whole event without a reply");
+    if (event.hasFlag(Event::WHOLE) && !event.hasFlag(Event::REPLIED))
+        return fail(0, "whole event without a reply");
     if (event.hasFlag(Event::FAILURE) != ((event.mask & bit(18)) != 0)) {
         return fail(0, "failure flag and failure text disagree");
     }
@@ -114,12 +116,14 @@ bool Walk::scope(const Field& field, const Event& event) {
     const EventKind kind = event.kind();
     bool allowed = true;
     if (field.scope == FieldScope::Request) allowed = kind != EventKind::Reply;
-    if (field.scope == FieldScope::ServerRequest) allowed = kind != EventKind::Reply && !event.isClient();
+    if (field.scope == FieldScope::ServerRequest)
+        allowed = kind != EventKind::Reply && !event.isClient();
     if (field.scope == FieldScope::Reply) allowed = kind != EventKind::Request;
     if (field.scope == FieldScope::WholeOnly) allowed = kind == EventKind::Whole;
     if (allowed) return true;
-    return fail(13, std::string(field.name) + " has no place in a " + (event.isClient() ? "client" : "server") +
-                        "'s " + kindName(kind) + " event");
+    return fail(13, std::string(field.name) + " has no place in a " +
+                        (event.isClient() ? "client" : "server") + "'s " + kindName(kind) +
+                        " event");
 }
 
 bool Walk::value(const char* name, std::optional<std::string>& into) {
@@ -168,13 +172,15 @@ bool Walk::fields(Event& event) {
     for (const Field& field : eventFields()) {
         if ((event.mask & bit(field.bit)) == 0) continue;
         if (!scope(field, event)) return false;
-        const bool good =
-            std::visit([&](auto member) { return this->value(field.name, event.*member); }, field.member);
+        const bool good = std::visit(
+            [&](auto member) { return this->value(field.name, event.*member); }, field.member);
         if (!good) return false;
     }
     if (!event.formatMark) return fail(13, "format mark is missing");
-    if (*event.formatMark != 1) return fail(0, "format mark is " + std::to_string(*event.formatMark));
-    if (event.failed && *event.failed != 1) return fail(0, "failed is " + std::to_string(*event.failed));
+    if (*event.formatMark != 1)
+        return fail(0, "format mark is " + std::to_string(*event.formatMark));
+    if (event.failed && *event.failed != 1)
+        return fail(0, "failed is " + std::to_string(*event.failed));
     return true;
 }
 
@@ -193,7 +199,8 @@ bool Walk::msgFields(Event& event) {
 
 bool Walk::checkpoints(Event& event) {
     const bool any = (event.mask & (bit(kIncomingBit) | bit(kNewBit))) != 0;
-    if (any && event.kind() == EventKind::Reply) return fail(13, "checkpoints have no place in a reply event");
+    if (any && event.kind() == EventKind::Reply)
+        return fail(13, "checkpoints have no place in a reply event");
     return incoming(event) && newOnes(event);
 }
 
@@ -211,10 +218,10 @@ bool Walk::tailFits(bool hasNew, std::size_t& steps) const {
     return ahead.itsPos == itsEnd;
 }
 
-/// The count says how many arrived; a name that arrived twice is listed once. So the number of entries
-/// is at most the count, and it is the one that makes the rest of the event come out even. As no text
-/// holds a zero byte, a count or length taken for a name is seen at once, and the most entries that
-/// fit are the right ones.
+/// The count says how many arrived; a name that arrived twice is listed once. So the number of
+/// entries is at most the count, and it is the one that makes the rest of the event come out even.
+/// As no text holds a zero byte, a count or length taken for a name is seen at once, and the most
+/// entries that fit are the right ones.
 bool Walk::incoming(Event& event) {
     if ((event.mask & bit(kIncomingBit)) == 0) return true;
     if (!count("number of incoming checkpoints", event.incomingCount)) return false;
@@ -239,7 +246,8 @@ bool Walk::incoming(Event& event) {
         ends.pop_back();
         event.incomingCheckpoints.pop_back();
     }
-    return fail(itsPos, "incoming checkpoints don't fit their count of " + std::to_string(event.incomingCount));
+    return fail(itsPos, "incoming checkpoints don't fit their count of " +
+                            std::to_string(event.incomingCount));
 }
 
 bool Walk::newOnes(Event& event) {
@@ -256,7 +264,8 @@ bool Walk::newOnes(Event& event) {
 
 bool Walk::end() {
     if (itsPos == itsEnd) return true;
-    return fail(itsPos, std::to_string(itsEnd - itsPos) + " bytes are left over behind the last field");
+    return fail(itsPos,
+                std::to_string(itsEnd - itsPos) + " bytes are left over behind the last field");
 }
 
 }  // namespace
@@ -266,8 +275,8 @@ bool decodeEvent(const unsigned char* data, std::size_t size, Event& event, std:
     event = Event();
     payload.clear();
     Walk walk(data, size, error);
-    const bool good = walk.head(event) && walk.flags(event) && walk.fields(event) && walk.msgFields(event) &&
-                      walk.checkpoints(event) && walk.end();
+    const bool good = walk.head(event) && walk.flags(event) && walk.fields(event) &&
+                      walk.msgFields(event) && walk.checkpoints(event) && walk.end();
     if (!good) return false;
     payload.assign(reinterpret_cast<const char*>(data) + event.eventSize, size - event.eventSize);
     return true;

@@ -37,7 +37,8 @@ Handshake::Step Handshake::one(Bytes& bytes) {
             return Step::Hello;
         case State::UserName: {
             const Progress progress = itsText.feed(bytes);
-            if (progress == Progress::Done && itsText.isNull()) return take(progress, "", State::Echo);
+            if (progress == Progress::Done && itsText.isNull())
+                return take(progress, "", State::Echo);
             if (progress == Progress::Done) {
                 itsUserName = itsText.text();
                 itsText.reset();
@@ -52,7 +53,8 @@ Handshake::Step Handshake::one(Bytes& bytes) {
             return take(itsText.feed(bytes), "password hash: " + itsText.reason(), State::Echo);
         case State::Echo: {
             const Progress progress = itsBlock.feed(bytes);
-            if (progress == Progress::Done) itsEcho.assign(itsBlock.bytes().begin(), itsBlock.bytes().end());
+            if (progress == Progress::Done)
+                itsEcho.assign(itsBlock.bytes().begin(), itsBlock.bytes().end());
             return take(progress, "echo of the id: " + itsBlock.reason(), State::End);
         }
         default:

@@ -12,7 +12,11 @@ constexpr std::size_t kTextLimit = 4096;  // bytes of a content type
 }  // namespace
 
 MessageReader::MessageReader(std::uint64_t offset, std::size_t limit)
-    : itsOffset(offset), itsValueStart(offset), itsText(kTextLimit), itsEvent(limit), itsPayload(limit) {}
+    : itsOffset(offset),
+      itsValueStart(offset),
+      itsText(kTextLimit),
+      itsEvent(limit),
+      itsPayload(limit) {}
 
 bool MessageReader::feed(const unsigned char* data, std::size_t size, const Sink& sink) {
     Bytes bytes{data, size};
@@ -78,7 +82,8 @@ Progress MessageReader::step(Bytes& bytes) {
 Progress MessageReader::fixed(Bytes& bytes, std::uint32_t wanted, const char* what) {
     const unsigned char byte = bytes.next();
     if (byte == wanted) return Progress::Done;
-    return bad(std::string(what) + ": " + std::to_string(byte) + " in place of " + std::to_string(wanted));
+    return bad(std::string(what) + ": " + std::to_string(byte) + " in place of " +
+               std::to_string(wanted));
 }
 
 Progress MessageReader::text(Bytes& bytes) {
@@ -90,7 +95,8 @@ Progress MessageReader::eventBlock(Bytes& bytes) {
     const Progress progress = itsEvent.feed(bytes);
     if (progress == Progress::Bad) return bad(itsEvent.reason());
     if (progress != Progress::Done) return progress;
-    // Checked here and not at the message's end, so that the rest of a wrong event isn't waited for.
+    // Checked here and not at the message's end, so that the rest of a wrong event isn't waited
+    // for.
     const std::vector<unsigned char>& raw = itsEvent.bytes();
     DecodeError error;
     if (!decodeEvent(raw.data(), raw.size(), itsMessage.event, itsMessage.payload, error)) {
@@ -106,7 +112,8 @@ Progress MessageReader::separator(Bytes& bytes) {
     if (byte > 1) return bad("behind the event: " + std::to_string(byte) + " in place of 0 or 1");
     itHasPayload = byte == 1;
     const Event& event = itsMessage.event;
-    const bool isEmbedded = itsEvent.held() == event.totalSize && event.totalSize != event.eventSize;
+    const bool isEmbedded =
+        itsEvent.held() == event.totalSize && event.totalSize != event.eventSize;
     if (itHasPayload && (isEmbedded || !event.hasPayload())) {
         return bad("a payload that the event doesn't speak of");
     }
@@ -122,8 +129,8 @@ Progress MessageReader::payloadBlock(Bytes& bytes) {
     if (progress == Progress::Bad) return bad(itsPayload.reason());
     if (progress != Progress::Done) return progress;
     if (itsPayload.held() != itsMessage.event.payloadSize()) {
-        return bad("a payload of " + std::to_string(itsPayload.held()) + " bytes where the event says " +
-                   std::to_string(itsMessage.event.payloadSize()));
+        return bad("a payload of " + std::to_string(itsPayload.held()) +
+                   " bytes where the event says " + std::to_string(itsMessage.event.payloadSize()));
     }
     const std::vector<unsigned char>& payload = itsPayload.bytes();
     itsMessage.payload.assign(payload.begin(), payload.end());

@@ -21,8 +21,9 @@ struct Message {
 
 /// What of a stream is no event message, and where.
 struct Malformed {
-    std::uint64_t offset = 0;            // byte of the stream
-    std::optional<std::size_t> inEvent;  // byte of the event, where the block came whole but is no event
+    std::uint64_t offset = 0;  // byte of the stream
+    std::optional<std::size_t>
+        inEvent;  // byte of the event, where the block came whole but is no event
     std::string reason;
 };
 
@@ -30,7 +31,8 @@ struct Malformed {
 /// byte 1, the event's block, optionally a payload with its content type, and a byte 0.
 ///
 /// What an unfinished message holds is bounded by twice `limit`, and grows with what arrived only.
-/// After the first malformed byte nothing more is read: where the next message would start is unknown.
+/// After the first malformed byte nothing more is read: where the next message would start is
+/// unknown.
 class MessageReader {
 public:
     using Sink = std::function<void(Message&)>;
@@ -43,7 +45,9 @@ public:
 
     const Malformed& malformed() const { return itsMalformed; }
     bool isInsideMessage() const { return itsStep != Step::Start; }
-    std::size_t held() const { return itsEvent.held() + itsPayload.held(); }  // bytes of the unfinished message
+    std::size_t held() const {
+        return itsEvent.held() + itsPayload.held();
+    }  // bytes of the unfinished message
 
 private:
     enum class Step { Start, Event, Separator, Index, ContentType, Text2, Text3, Payload, End };
@@ -57,8 +61,8 @@ private:
     Progress bad(const std::string& reason);
     void finish(const Sink& sink);
 
-    std::uint64_t itsOffset;        // of the next byte
-    std::uint64_t itsValueStart;    // of the value being read
+    std::uint64_t itsOffset;      // of the next byte
+    std::uint64_t itsValueStart;  // of the value being read
     Step itsStep = Step::Start;
     bool itHasPayload = false;
     TextReader itsText;

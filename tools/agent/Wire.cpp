@@ -40,7 +40,8 @@ Progress UnsignedReader::feed(Bytes& bytes) {
         itsValue |= static_cast<std::uint64_t>(byte & 0x7f) << itsShift;
         itsShift += 7;
         const bool isLast = (byte & 0x80) == 0;
-        if (itsValue > std::numeric_limits<std::int32_t>::max() || (!isLast && itsShift >= 35)) return Progress::Bad;
+        if (itsValue > std::numeric_limits<std::int32_t>::max() || (!isLast && itsShift >= 35))
+            return Progress::Bad;
         if (isLast) return Progress::Done;
     }
     return Progress::More;

@@ -7,8 +7,9 @@
 
 namespace QZAgent {
 
-/// The agent protocol's encodings, appended to `out`. Unsigned integers go low 7 bits first, the top
-/// bit saying that another byte follows; a text or block says its length plus one, 0 standing for null.
+/// The agent protocol's encodings, appended to `out`. Unsigned integers go low 7 bits first, the
+/// top bit saying that another byte follows; a text or block says its length plus one, 0 standing
+/// for null.
 void appendUnsigned(std::string& out, std::uint32_t value);
 void appendText(std::string& out, const std::string& text);
 void appendBlock(std::string& out, const std::string& bytes);
@@ -28,8 +29,8 @@ struct Bytes {
 
 enum class Progress { Done, More, Bad };
 
-/// Readers of one value each, fed with whatever has come: More asks for more bytes, and the value is
-/// there with Done. A reader is used again after reset(). After Bad, reason() tells why.
+/// Readers of one value each, fed with whatever has come: More asks for more bytes, and the value
+/// is there with Done. A reader is used again after reset(). After Bad, reason() tells why.
 class UnsignedReader {
 public:
     Progress feed(Bytes& bytes);

@@ -1,0 +1,342 @@
+/* What an interceptor written in C calls. C99 and C++17 compile it alike. Unless a call says
+ * otherwise:
+ *
+ *   NULL      a null record does nothing and gives NULL or 0. A null text clears the value.
+ *   Texts     8-bit, zero-terminated. One you pass is copied; one you are given is yours:
+ *             qz_free() it.
+ *   Records   yours until the matching free call. The object behind a record is gone after its
+ *             end call; the record then still answers the getters.
+ *   Fields    may be written directly, with texts from qz_strdup() or malloc(): the record
+ *             releases them. They reach the object at the next analysed or apply call.
+ *   Threads   any thread; a record belongs to one thread at a time. Begin, create and get calls
+ *             work on the calling thread's open interactions.
+ *   Delivery  never reported: an event that can't be sent is dropped. The first report of a
+ *             process waits for the first attempt to reach the agent.
+ *   errno     is left as it was.
+ *   THROWS    marks a call that lets a C++ exception through, of the type const char* or
+ *             APIException*. Nothing here catches one; a C caller must avoid the cause named.
+ *
+ * The order of calls, for a request that comes in:
+ *
+ *     ServerInteractionStruct* call = qz_beginServer();
+ *     siSetUrl(call, "http://shop.example/cart/add");
+ *     siSetOpName(call, "POST");
+ *     qz_serverAnalyzed(call);          // the request is known: it is reported
+ *     siSetSize(call, bytesSent);
+ *     qz_endServer(call);               // the reply is known: it is reported
+ *     freeServerInteraction(call);
+ *
+ * and the same with Client for a request that goes out. A client begun while a server is open on
+ * the thread belongs to that server's flow.
+ */
+#ifndef QZINT_C_H
+#define QZINT_C_H
+
+#define QZ_C_API __attribute__((visibility("default")))
+
+/* A few functions have C++ symbols. In C an assembler label leads to them. */
+#ifdef __cplusplus
+#define QZ_SYMBOL(name)
+extern "C" {
+#else
+#define QZ_SYMBOL(name) __asm__(name)
+#endif
+
+/* ---- Records. The order and the width of the fields are a contract with interceptors that are
+ * built separately. */
+
+/* What a call shares with its flow. */
+typedef struct FlowStubStruct {
+    char* flowID;
+    char* parentID;
+    char* flowAttr1;
+    char* flowAttr2;
+    char* subNode;
+    char* pathID;
+    char* pPathID;
+    void* impl; /* the object that the record mirrors; NULL once that is gone */
+} FlowStubStruct;
+
+/* What describes the site that is called. */
+typedef struct SiteStubStruct {
+    char* opName;
+    char* opID;
+    char* groupName;
+    char* groupID;
+    char* serviceName;
+    char* serviceID;
+    char* url;
+    char* siteAttr;
+    char* peerAddr;
+    char* localAddr;
+    char* upstreamOpID;
+    short peerType;
+    short appType;
+    short svcType;
+    short opType;
+    int continuation;
+    FlowStubStruct* flow;
+} SiteStubStruct;
+
+/* What describes this one call. */
+typedef struct InteractionStubStruct {
+    char* failure; /* also read by the end calls: the text of the final event */
+    char* securityID;
+    char* securityAttr1;
+    char* securityAttr2;
+    char* locus;
+    char* debugInfo;
+    char* trustSignature;
+    char* callerAddr;
+    char* calleeAddr;
+    char* payloadContentType; /* reaches the object through the accessors only */
+    long long size;           /* bytes */
+    long long sizeB;
+    long long sizeC;
+    long long sizeD;
+    long long trustTimestamp; /* ms since 1970 */
+    int state;                /* 0 request, 1 request analysed, 2 completed, 3 ended */
+    int lowPriority;
+    int internal;
+    int createFlag;
+    int eventFlag;
+    int failed;
+    int oneWay;
+    int clientFlag;
+    int split;
+    char reserved[12];
+    SiteStubStruct* site;
+} InteractionStubStruct;
+
+typedef struct InteractionStruct {
+    InteractionStubStruct* stub;
+} InteractionStruct;
+
+typedef struct ServerInteractionStruct {
+    InteractionStruct* interaction;
+} ServerInteractionStruct;
+
+typedef struct ClientInteractionStruct {
+    InteractionStruct* interaction;
+} ClientInteractionStruct;
+
+/* A copy of a payload. Release it with qz_freePayload(). */
+typedef struct PayloadStruct {
+    unsigned char* data;
+    int size; /* bytes */
+} PayloadStruct;
+
+/* ---- Memory. */
+
+/* strdup() and free(). qz_strdup() of NULL gives NULL. */
+QZ_C_API char* qz_strdup(const char* text);
+QZ_C_API void qz_free(void* block);
+
+/* Releases a payload record and its bytes. NULL does nothing. */
+QZ_C_API void qz_freePayload(PayloadStruct* payload);
+
+/* Records with every text NULL and every number 0, with the records inside them. A record made here
+ * has no object; begin, create and get calls make the records of interactions. */
+QZ_C_API FlowStubStruct* newFlowStub(void);
+QZ_C_API SiteStubStruct* newSiteStub(void);
+QZ_C_API InteractionStubStruct* newInteractionStub(void);
+QZ_C_API InteractionStruct* newInteraction(void);
+QZ_C_API ServerInteractionStruct* newServerInteraction(void);
+QZ_C_API ClientInteractionStruct* newClientInteraction(void);
+
+/* Release a record, its texts and the records inside it. NULL does nothing. The objects of
+ * interactions are left alone: they go in the end calls, so end a call before you free its record.
+ * freeSiteStub() is for a site record that stands alone, and destroys the object it owns. */
+QZ_C_API void freeFlowStub(FlowStubStruct* record);
+QZ_C_API void freeSiteStub(SiteStubStruct* record);
+QZ_C_API void freeInteractionStub(InteractionStubStruct* record);
+QZ_C_API void freeInteraction(InteractionStruct* record);
+QZ_C_API void freeServerInteraction(ServerInteractionStruct* record);
+QZ_C_API void freeClientInteraction(ClientInteractionStruct* record);
+
+/* ---- Calls. */
+
+/* The call that begins on this thread. An interaction of the thread that is still in its request
+ * stage is the same call, seen by a second interceptor: it is returned with its count raised and a
+ * record of its own. End such a call through one record only, and once: the end call that comes
+ * first destroys the object, and every other record of it is stale from then on. */
+QZ_C_API ServerInteractionStruct* qz_beginServer(void);
+QZ_C_API ClientInteractionStruct* qz_beginClient(void);
+
+/* Always a new interaction. A client created under an open server reports that server's request
+ * first. THROWS if that server can't be given a group (see the analysed calls). */
+QZ_C_API ServerInteractionStruct* qz_createServer(void);
+QZ_C_API ClientInteractionStruct* qz_createClient(void);
+
+/* The record of the thread's innermost open interaction, refreshed from the object: what was
+ * written into the record and not yet pushed is overwritten, the failure too. NULL if there is
+ * none. The record is the one that its begin or create call returned; don't free it twice. */
+QZ_C_API ServerInteractionStruct* qz_getServer(void);
+QZ_C_API ClientInteractionStruct* qz_getClient(void);
+
+/* The request is known in full. Pushes the record to its object, fixes the identifiers, reports the
+ * request and refreshes the record. Leave it out and the end call reports both sides at once.
+ * THROWS the text "You must provide a name for the application." if there is neither a url nor a
+ * group name or id; nothing is reported then. */
+QZ_C_API void qz_serverAnalyzed(ServerInteractionStruct* server);
+QZ_C_API void qz_clientAnalyzed(ClientInteractionStruct* client);
+
+/* The reply is known. Reports it, and destroys the object; the record stays for reading. Behind an
+ * analysed call only the record's failure still counts: use the accessors for the other reply
+ * values. THROWS like the analysed calls; the object then stays. */
+QZ_C_API void qz_endServer(ServerInteractionStruct* server);
+QZ_C_API void qz_endClient(ClientInteractionStruct* client);
+
+/* Pushes the whole record to its object, `state` included. The record must not be NULL; one whose
+ * object is gone does nothing. A push behind the analysed call logs warnings and still stores. */
+QZ_C_API void qz_applyCallerToRealServerInteraction(ServerInteractionStruct* server);
+QZ_C_API void qz_applyCallerToRealClientInteraction(ClientInteractionStruct* client);
+
+/* Sends what is queued, now, on this thread. It may wait for the network. */
+QZ_C_API void qz_flushUplink(void);
+
+/* ---- Accessors. A setter writes the record and the object together, and does nothing once the
+ * object is gone; a getter reads the record. Values that belong to the request are late behind the
+ * analysed call: they are stored, with a warning at log level 2. */
+
+QZ_C_API void siSetPeerAddr(ServerInteractionStruct* record, const char* text);
+QZ_C_API char* siGetPeerAddr(ServerInteractionStruct* record);
+QZ_C_API void ciSetPeerAddr(ClientInteractionStruct* record, const char* text);
+QZ_C_API char* ciGetPeerAddr(ClientInteractionStruct* record);
+
+/* Group, service, operation and path are derived from the url where you name none. */
+QZ_C_API void siSetUrl(ServerInteractionStruct* record, const char* text);
+QZ_C_API char* siGetUrl(ServerInteractionStruct* record);
+QZ_C_API void ciSetUrl(ClientInteractionStruct* record, const char* text);
+QZ_C_API char* ciGetUrl(ClientInteractionStruct* record);
+
+QZ_C_API void siSetOpName(ServerInteractionStruct* record, const char* text);
+QZ_C_API char* siGetOpName(ServerInteractionStruct* record);
+QZ_C_API void ciSetOpName(ClientInteractionStruct* record, const char* text);
+QZ_C_API char* ciGetOpName(ClientInteractionStruct* record);
+
+QZ_C_API void siSetOpID(ServerInteractionStruct* record, const char* text);
+QZ_C_API char* siGetOpID(ServerInteractionStruct* record);
+QZ_C_API void ciSetOpID(ClientInteractionStruct* record, const char* text);
+QZ_C_API char* ciGetOpID(ClientInteractionStruct* record);
+
+QZ_C_API void siSetGroupName(ServerInteractionStruct* record, const char* text);
+QZ_C_API char* siGetGroupName(ServerInteractionStruct* record);
+QZ_C_API void ciSetGroupName(ClientInteractionStruct* record, const char* text);
+QZ_C_API char* ciGetGroupName(ClientInteractionStruct* record);
+
+/* At most 32 printable characters. THROWS an APIException* "Group ID is invalid: ..." otherwise,
+ * for NULL too; the record then holds the text and the object keeps its value. */
+QZ_C_API void siSetGroupID(ServerInteractionStruct* record, const char* text);
+QZ_C_API char* siGetGroupID(ServerInteractionStruct* record);
+QZ_C_API void ciSetGroupID(ClientInteractionStruct* record, const char* text);
+QZ_C_API char* ciGetGroupID(ClientInteractionStruct* record);
+
+QZ_C_API void siSetServiceName(ServerInteractionStruct* record, const char* text);
+QZ_C_API char* siGetServiceName(ServerInteractionStruct* record);
+QZ_C_API void ciSetServiceName(ClientInteractionStruct* record, const char* text);
+QZ_C_API char* ciGetServiceName(ClientInteractionStruct* record);
+
+QZ_C_API void siSetServiceID(ServerInteractionStruct* record, const char* text);
+QZ_C_API char* siGetServiceID(ServerInteractionStruct* record);
+QZ_C_API void ciSetServiceID(ClientInteractionStruct* record, const char* text);
+QZ_C_API char* ciGetServiceID(ClientInteractionStruct* record);
+
+/* The sub-node starts as the server instance of the process. Clients have no accessor for it. */
+QZ_C_API void siSetSubNode(ServerInteractionStruct* record, const char* text);
+QZ_C_API char* siGetSubNode(ServerInteractionStruct* record);
+
+/* Types and flags. Types are cut to 16 bits; a flag is kept in the record as given. */
+QZ_C_API void siSetPeerType(ServerInteractionStruct* record, int value);
+QZ_C_API int siGetPeerType(ServerInteractionStruct* record);
+QZ_C_API void ciSetPeerType(ClientInteractionStruct* record, int value);
+QZ_C_API int ciGetPeerType(ClientInteractionStruct* record);
+
+QZ_C_API void siSetAppType(ServerInteractionStruct* record, int value);
+QZ_C_API int siGetAppType(ServerInteractionStruct* record);
+QZ_C_API void ciSetAppType(ClientInteractionStruct* record, int value);
+QZ_C_API int ciGetAppType(ClientInteractionStruct* record);
+
+QZ_C_API void siSetSvcType(ServerInteractionStruct* record, int value);
+QZ_C_API int siGetSvcType(ServerInteractionStruct* record);
+QZ_C_API void ciSetSvcType(ClientInteractionStruct* record, int value);
+QZ_C_API int ciGetSvcType(ClientInteractionStruct* record);
+
+QZ_C_API void siSetOpType(ServerInteractionStruct* record, int value);
+QZ_C_API int siGetOpType(ServerInteractionStruct* record);
+QZ_C_API void ciSetOpType(ClientInteractionStruct* record, int value);
+QZ_C_API int ciGetOpType(ClientInteractionStruct* record);
+
+QZ_C_API void siSetOneWay(ServerInteractionStruct* record, int value);
+QZ_C_API int siGetOneWay(ServerInteractionStruct* record);
+QZ_C_API void ciSetOneWay(ClientInteractionStruct* record, int value);
+QZ_C_API int ciGetOneWay(ClientInteractionStruct* record);
+
+QZ_C_API void siSetLowPriority(ServerInteractionStruct* record, int value);
+QZ_C_API int siGetLowPriority(ServerInteractionStruct* record);
+QZ_C_API void ciSetLowPriority(ClientInteractionStruct* record, int value);
+QZ_C_API int ciGetLowPriority(ClientInteractionStruct* record);
+
+/* Writes the record only; the object has it at the end call. Works without an object. */
+QZ_C_API void siSetFailure(ServerInteractionStruct* record, const char* text);
+QZ_C_API char* siGetFailure(ServerInteractionStruct* record);
+QZ_C_API void ciSetFailure(ClientInteractionStruct* record, const char* text);
+QZ_C_API char* ciGetFailure(ClientInteractionStruct* record);
+
+/* The size of the current message in bytes: the request's before the analysed call, the reply's
+ * behind it. The getters have C++ symbols and an argument that is not read: pass NULL. */
+QZ_C_API void siSetSize(ServerInteractionStruct* record, long long size);
+QZ_C_API void ciSetSize(ClientInteractionStruct* record, long long size);
+
+/* The payload of the current message, copied; it sets the size too. NULL bytes or a size of 0 take
+ * the payload away. A second payload before the request was reported is the reply's: the request
+ * goes out first, with the payload it had. THROWS then like the analysed calls. The agent decides
+ * by its configuration whether payloads travel. siGetPayload() gives a copy, NULL if there is none
+ * or the object is gone. */
+QZ_C_API void siSetPayload(ServerInteractionStruct* record, const unsigned char* bytes, int size);
+QZ_C_API PayloadStruct* siGetPayload(ServerInteractionStruct* record);
+QZ_C_API void ciSetPayload(ClientInteractionStruct* record, const unsigned char* bytes, int size);
+QZ_C_API PayloadStruct* ciGetPayload(ClientInteractionStruct* record);
+
+/* Kept for reading back; it is not sent. The getters give the record's own text: don't free it. */
+QZ_C_API void siSetPayloadContentType(ServerInteractionStruct* record, const char* text);
+QZ_C_API char* siGetPayloadContentType(ServerInteractionStruct* record);
+QZ_C_API void ciSetPayloadContentType(ClientInteractionStruct* record, const char* text);
+
+/* Named values of the message, reported with each event of the call. An empty name or value is
+ * ignored; without `overwrite` a name that is there keeps its value. The getters give NULL for a
+ * name that isn't there. They live in the object only. */
+QZ_C_API void siSetMsgField(ServerInteractionStruct* record, const char* name, const char* value,
+                            int overwrite);
+QZ_C_API char* siGetMsgField(ServerInteractionStruct* record, const char* name);
+QZ_C_API void ciSetMsgField(ClientInteractionStruct* record, const char* name, const char* value,
+                            int overwrite);
+QZ_C_API char* ciGetMsgField(ClientInteractionStruct* record, const char* name);
+
+/* Named values that travel with the flow to the next hops. The same rules. */
+QZ_C_API void siAddFlowFieldToPropagate(ServerInteractionStruct* record, const char* name,
+                                        const char* value, int overwrite);
+QZ_C_API char* siGetFlowFieldToPropagate(ServerInteractionStruct* record, const char* name);
+QZ_C_API void ciAddFlowFieldToPropagate(ClientInteractionStruct* record, const char* name,
+                                        const char* value, int overwrite);
+QZ_C_API char* ciGetFlowFieldToPropagate(ClientInteractionStruct* record, const char* name);
+
+/* ---- Queues. Makes the destination's events take the queue of the source's, so that both stay in
+ * order. The source is a server or client record whose call has reported something and not ended.
+ * Nothing happens if either record is NULL or without an object. */
+QZ_C_API void qz_copyUplinkToClient(void* source, ClientInteractionStruct* destination);
+QZ_C_API void qz_copyUplinkToServer(void* source, ServerInteractionStruct* destination);
+
+#ifdef __cplusplus
+} /* extern "C" */
+#endif
+
+/* The functions with C++ symbols. */
+QZ_C_API long long siGetSize(ServerInteractionStruct* record, unsigned char* unused)
+    QZ_SYMBOL("_Z9siGetSizeP23ServerInteractionStructPh");
+QZ_C_API long long ciGetSize(ClientInteractionStruct* record, unsigned char* unused)
+    QZ_SYMBOL("_Z9ciGetSizeP23ClientInteractionStructPh");
+QZ_C_API char* ciGetPayloadContentType(ClientInteractionStruct* record)
+    QZ_SYMBOL("_Z23ciGetPayloadContentTypeP23ClientInteractionStruct");
+
+#endif

@@ -1,0 +1,88 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+
+#include "util/Map.h"
+#include "util/String.h"
+#include "util/Vector.h"
+#include "util/annotations.h"
+#include "util/blocks.h"
+#include "util/export.h"
+#include "util/qzmutex.h"
+
+namespace Quenvale::Interceptor::SDK {
+
+/// A timing that came in with a request.
+struct QZ_API Checkpoint {
+    Checkpoint(const Util::String& name, long long elapsed) : itsName(name), itsElapsed(elapsed) {}
+
+    static void* operator new(std::size_t bytes) { return Util::Pooled::operator new(bytes); }
+    static void operator delete(void* block) noexcept { Util::release(block); }
+
+    Util::String itsName;
+    long long itsElapsed;
+};
+
+/// The named timings of a flow: those that came in with the request, and the names of those to
+/// send onward from `itsBaseline`. A server, its clients and their stubs hold the same object.
+///
+/// Threads:   any. A split takes the object to another thread while the first one still reports,
+///            so a list of names and the map of incoming timings never change once they are
+///            handed out: other names are another list, and the map is built once.
+/// Ownership: the holders count themselves by retain() and drop(), and the last one destroys it:
+///            a client or a stub may outlive its server. Lists and names given out belong to the
+///            object; an iterator to the caller.
+/// Units:     milliseconds.
+class QZ_API Checkpoints {
+public:
+    Checkpoints() = default;
+    ~Checkpoints() { clear(); }
+    Checkpoints(const Checkpoints&) = delete;
+    Checkpoints& operator=(const Checkpoints&) = delete;
+
+    static void* operator new(std::size_t bytes) { return Util::Pooled::operator new(bytes); }
+    static void operator delete(void* block) noexcept { Util::release(block); }
+
+    void retain() { itsHolders.fetch_add(1, std::memory_order_relaxed); }
+    void drop() {
+        if (itsHolders.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
+    }
+
+    /// Back to the state of a new object. Only for a sole holder.
+    void clear();
+
+    /// Incoming timings and new names, each counted as often as it came.
+    int getTotalCheckpointsCount() const;
+    int getIncomingCheckpointsCount() const { return itsIncomingCount; }
+
+    /// Name to elapsed time, the last one where a name came twice; null when there are none. What
+    /// is added after the first call still counts but is not seen here.
+    Util::Map<long long>::Iterator* getIncomingCheckpoints();
+
+    /// The names to send onward; null when none were set.
+    Util::Vector<Util::String>* getNewCheckpoints() const { return itsNewNames; }
+
+    /// An empty name is refused: by an IllegalArgumentException* at log level 4, else in silence.
+    void addIncomingCheckpoint(const Util::String& name, long long elapsed);
+
+    /// Copies the names; null clears them.
+    void setNewCheckpoints(Util::Vector<Util::String>* names);
+
+    std::atomic<Util::Vector<Util::String>*> itsNewNames{nullptr};
+    std::atomic<long long> itsBaseline{0};
+
+private:
+    // A list that was in use. It stays until the object goes, since another thread may be reading
+    // it; equal names find it again, so there are never more lists than different ones.
+    struct Names;
+
+    Util::qzmutex itsLock;
+    Util::Vector<Checkpoint*>* itsIncoming QZ_GUARDED_BY(itsLock) = nullptr;
+    Names* itsKeptNames QZ_GUARDED_BY(itsLock) = nullptr;
+    std::atomic<Util::Map<long long>*> itsIncomingMap{nullptr};
+    std::atomic<int> itsIncomingCount{0};
+    std::atomic<int> itsHolders{1};
+};
+
+}  // namespace Quenvale::Interceptor::SDK

@@ -1,0 +1,258 @@
+#include "interaction/Interaction.h"
+
+#include <cxxabi.h>
+#include <pthread.h>
+
+#include <memory>
+
+#include "interaction/ClientInteraction.h"
+#include "interaction/IntCorrelator.h"
+#include "interaction/ServerInteraction.h"
+#include "uplink/Uplink.h"
+#include "uplink/UplinkData.h"
+#include "util/Clock.h"
+#include "util/dispose.h"
+
+namespace Quenvale::Interceptor::SDK {
+
+namespace {
+
+constexpr int kDebugLength = 256;
+const char* const kDebugFile = "Interaction";
+
+Interaction* newOfClass(const Util::String& name) {
+    if (name == Interaction::SINT_CLASSNAME) return new ServerInteraction;
+    if (name == Interaction::CINT_CLASSNAME) return new ClientInteraction;
+    return nullptr;
+}
+
+}  // namespace
+
+Interaction* Interaction::begin(const Util::String& key, bool isServer, int reuseMode,
+                                bool /*ignored*/) {
+    return IntCorrelator::instance()->getForBegin(key, isServer, reuseMode, false);
+}
+
+Interaction* Interaction::get(const Util::String& key, bool isClient) {
+    IIntCorrelator* correlator = IntCorrelator::instance();
+    return isClient ? correlator->getClient(key) : correlator->getServer(key);
+}
+
+Interaction* Interaction::attach(InteractionStub* stub) {
+    Interaction* interaction = fromStub(stub);
+    if (interaction == nullptr) return nullptr;
+    interaction->addDebugInfo(kDebugFile, 123, kDebugLength, "attach\n");
+    interaction->putUnder(Util::String::NIL);
+    return interaction;
+}
+
+Interaction* Interaction::fromStub(InteractionStub* stub) {
+    if (stub == nullptr) return nullptr;
+    try {
+        std::unique_ptr<Interaction> interaction(newOfClass(*stub->itsClassName));
+        if (interaction == nullptr) return nullptr;
+        interaction->setFlowStubFields(stub);
+        interaction->setSiteStubFields(stub);
+        interaction->setInteractionStubFields(stub);
+        interaction->addAllKeys();
+        return interaction.release();
+    } catch (abi::__forced_unwind&) {
+        throw;
+    } catch (...) {
+        return nullptr;
+    }
+}
+
+Interaction::Interaction() {
+    itsClassName = &INT_CLASSNAME;
+    markTime();
+    if (ourServerInstance.c_str() != nullptr) itsSubNode = ourServerInstance;
+}
+
+Interaction::~Interaction() {
+    Interaction::deinit();
+}
+
+void Interaction::deinit() {
+    // A server that continues a split has no report of its own to make up for.
+    const bool isUnfinished = itsState == 1 || itsState == 2;
+    if (isUnfinished && !(itIsContinuation && hasClassName(SINT_CLASSNAME))) endUnfinished();
+    // The queue behind the attachment keeps its count, which only spreads the load.
+    Util::nullify(&itsUplinkData, false);
+    if (itsStackEntries != 0 || itsKeyEntries != 0) IntCorrelator::forget(this);
+}
+
+void Interaction::endUnfinished() {
+    markTime();
+    if (itsFailure.c_str() == nullptr) {
+        itsFailure = INTERACTION_NOT_ENDED;
+    } else {
+        itsFailure.append("\n\n");
+        itsFailure.append(INTERACTION_NOT_ENDED);
+    }
+    // Nothing may leave a destructor, a cancellation of the thread neither.
+    int cancelState = PTHREAD_CANCEL_ENABLE;
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancelState);
+    try {
+        end();
+    } catch (Util::APIException* exception) {
+        // The usual way out of here: what is no longer a server or a client has no stack to be
+        // dropped from. It comes after the event.
+        delete exception;
+    } catch (...) {
+    }
+    pthread_setcancelstate(cancelState, nullptr);
+}
+
+void Interaction::storeLocalKey(const Util::String& key) {
+    putUnder(key);
+    if (itsKeys == nullptr) itsKeys = new Util::List<Util::String>(0);
+    itsKeys->add(key);
+}
+
+void Interaction::putUnder(const Util::String& key) {
+    if (isServer())
+        IntCorrelator::instance()->putServer(this, key);
+    else if (isClient())
+        IntCorrelator::instance()->putClient(this, key);
+}
+
+InteractionStub* Interaction::detach() {
+    addDebugInfo(kDebugFile, 172, kDebugLength, "detach\n");
+    dropAllKeys(true);
+    InteractionStub* stub = toStub();
+    // attach() makes an object of this class again.
+    stub->itsClassName = itsClassName;
+    return stub;
+}
+
+SiteStub* Interaction::split() {
+    addDebugInfo(kDebugFile, 199, kDebugLength, "split\n");
+    itIsSplit = true;
+    if (isServer()) requestAnalyzed();
+    SiteStub* stub = toSiteStub();
+    if (isServer()) stub->itsParentID = getInteractionID();
+    return stub;
+}
+
+void Interaction::requestAnalyzed() {
+    if (itsState != 0) return;
+    addDebugInfo(kDebugFile, 257, kDebugLength, "requestAnalyzed\n");
+    itsRqstNotified = true;
+    prepareCheckpoints();
+    loadFromCache();
+    notifyAgent();
+    setClean();
+    itsState = 1;
+}
+
+void Interaction::complete() {
+    if (itsState >= 2) return;
+    loadFromCache();
+    if (itsRtTime < 1) {
+        itsRtTime = static_cast<int>(Util::Clock::_currentTimeMillis() - itsStartTime);
+        if (itsRtTime < 1) itsRtTime = 1;
+    }
+    if (itsCoTime > 0) {
+        addDebugInfo(kDebugFile, 396, kDebugLength, "Unexpected coTime set to %d.\n", itsCoTime);
+        itsCoTime = 0;
+    }
+    if (itsState == 0) {
+        prepareCheckpoints();
+        // Before the event: a completed call whose request was never notified carries both sides.
+        itsState = 2;
+    }
+    addDebugInfo(kDebugFile, 308, kDebugLength, "complete after markTime\n");
+    notifyAgent();
+    itsState = 2;
+}
+
+void Interaction::end() {
+    --itsRefCount;
+    if (itsRefCount >= 1 || itsState == 3) return;
+    complete();
+    loadFromCache();
+    if (itsState != 3) setCleanEnd();
+}
+
+void Interaction::notifyAgent() {
+    if (itIsInternal) return;
+    if (itIsContinuation && hasClassName(SINT_CLASSNAME)) return;
+    if (Uplink* channel = uplink()) channel->notifyAgent(this);
+}
+
+void Interaction::markTime() {
+    itsStartTime = Util::Clock::_currentTimeMillis();
+}
+
+void Interaction::setClean() {
+    Util::nullify(&itsPayload, false);
+    const char* type = itsPayloadContentType.c_str();
+    if (type == nullptr || *type != '\0') itsPayloadContentType = Util::String::BLANK;
+    itsMsgSize = 0;
+    itsSizeC = 0;
+}
+
+void Interaction::setCleanEnd() {
+    setClean();
+    itsState = 3;
+    dropAllKeys(true);
+}
+
+void Interaction::prepareCheckpoints() {}
+
+Util::String& Interaction::_getPPathID() {
+    return itsPPathID;
+}
+
+Util::String& Interaction::_getPathID(bool /*asIs*/) {
+    return itsPathID;
+}
+
+void Interaction::loadFromCacheData(const ConfigEntry* entry) {
+    InteractionStub::loadFromCacheData(entry);
+    mergeFlowFields();
+}
+
+void Interaction::dropAllKeys(bool dropValue) {
+    IIntCorrelator* correlator = IntCorrelator::instance();
+    if (itsKeys != nullptr)
+        for (auto* node = itsKeys->getHead(); node != nullptr; node = node->next)
+            correlator->dropKey(node->data);
+    if (dropValue) correlator->dropValue(this, true);
+}
+
+void Interaction::addAllKeys() {
+    if (itsKeys == nullptr) return;
+    for (auto* node = itsKeys->getHead(); node != nullptr; node = node->next) putUnder(node->data);
+}
+
+InteractionStub* Interaction::toStub() {
+    auto* stub = new InteractionStub;
+    stub->setFlowStubFields(this);
+    stub->setSiteStubFields(this);
+    stub->setInteractionStubFields(this);
+    return stub;
+}
+
+SiteStub* Interaction::toSiteStub() {
+    auto* stub = new SiteStub;
+    stub->setFlowStubFields(this);
+    stub->setSiteStubFields(this);
+    return stub;
+}
+
+FlowStub* Interaction::toFlowStub() {
+    auto* stub = new FlowStub;
+    stub->setFlowStubFields(this);
+    return stub;
+}
+
+void Interaction::copyUplink(Interaction* source) {
+    if (uplink() == nullptr || source->itsUplinkData == nullptr) return;
+    UplinkData* copy = uplink()->copyUplinkData(source->itsUplinkData);
+    Util::nullify(&itsUplinkData, false);
+    itsUplinkData = copy;
+}
+
+}  // namespace Quenvale::Interceptor::SDK

@@ -1,0 +1,142 @@
+#pragma once
+
+#include <atomic>
+
+#include "interaction/InteractionStub.h"
+#include "util/exceptions.h"
+
+namespace Quenvale::Interceptor::SDK {
+
+class Uplink;
+class UplinkData;
+struct StackEntry;
+
+/// A monitored call from begin to end. Its stages (`itsState`):
+///
+///     0 request     values are still being set
+///     1 analysed    the request is known and was reported        requestAnalyzed()
+///     2 completed   the reply is known and was reported          complete()
+///     3 ended       keys are dropped, the content is cleared     setCleanEnd()
+///
+/// A call that completes without having been analysed is reported once, both sides together. One
+/// that is destroyed in stage 1 or 2 is reported from its destructor, as a failure.
+///
+/// Threads:   an interaction belongs to one thread at a time; a split hands out a copy, a detach
+///            takes the interaction off its thread.
+/// Ownership: the caller of begin, create, attach or fromStub destroys it; end() does not.
+///            Stubs that are returned belong to the caller.
+/// Errors:    reporting never fails. loadFromCache() inside requestAnalyzed(), complete() and end()
+///            throws where no group can be named.
+class QZ_API Interaction : public InteractionStub {
+public:
+    /// Runs while the library loads: host name, server instance, platform type and the uplink.
+    class StaticInit {
+    public:
+        StaticInit();
+    };
+
+    static const Util::String& INT_CLASSNAME;
+    static const Util::String& SINT_CLASSNAME;
+    static const Util::String& CINT_CLASSNAME;
+    static const Util::String& SERVER_INSTANCE;
+    static const Util::String& PLATFORM_TYPE;
+    static const Util::String& INTERACTION_NOT_ENDED;
+    static Uplink* ourUplink;
+    static Util::String& ourServerInstance;
+    static Util::String& ourHostname;
+    static short itsDefaultPlatformType;
+    static StaticInit ourStaticInit;
+
+    /// The way out for all events; null when it could not be made, and then reports are dropped.
+    static Uplink* uplink() { return ourUplink; }
+
+    /// An open interaction that this call joins, or a new one; null where reuseMode 1 meets one
+    /// past its request stage. The last argument has no effect.
+    static Interaction* begin(const Util::String& key, bool isServer, int reuseMode, bool ignored);
+    /// Null when there is none. The flag's sense is opposite to begin's; an empty key means the
+    /// innermost interaction of this thread.
+    static Interaction* get(const Util::String& key, bool isClient);
+    /// The interaction that a stub from detach() describes, now innermost on this thread.
+    static Interaction* attach(InteractionStub* stub);
+    /// Null where the stub does not say that it came from a server or a client.
+    static Interaction* fromStub(InteractionStub* stub);
+
+    Interaction();
+    ~Interaction() override;
+
+    virtual void storeLocalKey(const Util::String& key);
+    /// Takes the interaction off its thread; attach() goes on with the stub elsewhere.
+    virtual InteractionStub* detach();
+    /// What another thread needs to work on this call beside it. A server is analysed first, so
+    /// that its flow and ids are settled.
+    virtual SiteStub* split();
+    virtual void requestAnalyzed();
+    virtual Util::String& _getPPathID();
+    virtual Util::String& _getPathID(bool asIs);
+    /// Null when there are no checkpoints.
+    virtual Util::Vector<Util::String>* getNewCheckpoints();
+    /// The caller deletes the iterator.
+    virtual Util::Map<long long>::Iterator* getIncomingCheckpoints();
+    virtual void setCleanEnd();
+    virtual void setClean();
+    virtual void prepareCheckpoints();
+    void loadFromCacheData(const ConfigEntry* entry) override;
+
+    void complete();
+    /// The last of as many calls as there were begins completes and cleans.
+    void end();
+    void markTime();
+
+    /// The message only; null does nothing.
+    void setFailure(Util::APIException* exception);
+    /// An empty name or value does nothing, in both.
+    void setMsgField(const Util::String& name, const Util::String& value, bool overwrite);
+    void addFlowFieldToPropagate(const Util::String& name, const Util::String& value,
+                                 bool overwrite);
+    void addMsgFields(Util::Map<Util::String>* fields, bool overwrite);
+    void addFlowFieldsToPropagate(Util::Map<Util::String>* fields);
+    /// Sets the field from the first evaluator with a result, or else propagates the value it has.
+    void evalMsgField(const Util::String& name, const Util::String& text, bool propagate);
+    /// For the names that the configuration lists, flow fields and message fields get each other's
+    /// values; where both have one the flow field wins.
+    void mergeFlowFields();
+
+    void dropAllKeys(bool dropValue);
+    void addAllKeys();
+
+    InteractionStub* toStub();
+    SiteStub* toSiteStub();
+    FlowStub* toFlowStub();
+
+    /// Reports on the source's queue from now on.
+    void copyUplink(Interaction* source);
+
+    /// What the object is at this moment: in its destructor it is neither.
+    bool isServer() const { return itsKind == kServer; }
+    bool isClient() const { return itsKind == kClient; }
+
+    void deinit();
+
+    UplinkData* itsUplinkData = nullptr;
+    int itsRefCount = 1;
+
+    /// How many entries on threads' stacks and in the key map lead here. The correlator keeps them.
+    std::atomic<int> itsStackEntries{0};
+    std::atomic<int> itsKeyEntries{0};
+    /// Where it looks for them first. An entry serves other interactions once it was taken off.
+    std::atomic<StackEntry*> itsNewestEntry{nullptr};
+    Util::String itsOldestKey;
+
+protected:
+    enum Kind : signed char { kNeither, kServer, kClient };
+
+    /// Set by the derived constructors and taken back by their destructors.
+    Kind itsKind = kNeither;
+
+private:
+    void notifyAgent();
+    void putUnder(const Util::String& key);
+    void endUnfinished();
+};
+
+}  // namespace Quenvale::Interceptor::SDK

@@ -1,0 +1,157 @@
+#include "interaction/ServerInteraction.h"
+
+#include <memory>
+#include <type_traits>
+#include <utility>
+
+#include "config/InterceptorConfig.h"
+#include "interaction/IntCorrelator.h"
+#include "util/guid.h"
+#include "util/identifiers.h"
+
+namespace Quenvale::Interceptor::SDK {
+
+namespace {
+
+constexpr const char* kFile = "ServerInteraction";
+constexpr int kNoteLength = 256;
+constexpr short kJoinedPeerType = -252;
+
+// A String is its one pointer, so that the pointer can be stored and read atomically.
+static_assert(std::is_standard_layout_v<Util::String> && sizeof(Util::String) == sizeof(char*));
+
+char** slotOf(Util::String& field) {
+    return reinterpret_cast<char**>(&field);
+}
+
+}  // namespace
+
+ServerInteraction* ServerInteraction::create(const Util::String& key) {
+    std::unique_ptr<ServerInteraction> server(new ServerInteraction);
+    server->itsParentID = Util::newGuid();
+    IntCorrelator::instance()->putServer(server.get(), key);
+    return server.release();
+}
+
+ServerInteraction* ServerInteraction::begin(SiteStub* stub, const Util::String& key,
+                                            const Util::String& opName) {
+    ServerInteraction* server = beginServer(key, 0);
+    server->itsInteractionID = stub->itsParentID;
+    server->join(static_cast<FlowStub*>(stub));
+    server->setSiteStubFields(stub);
+    if (opName.c_str() == nullptr) {
+        server->itIsContinuation = true;
+    } else {
+        server->setOpName(opName);
+        server->itIsLoaded = false;
+    }
+    return server;
+}
+
+ServerInteraction* ServerInteraction::beginInternal(const Util::String& key, bool reuse) {
+    ServerInteraction* server = beginServer(key, reuse ? 1 : 0);
+    if (server != nullptr) server->itIsInternal = true;
+    return server;
+}
+
+ServerInteraction::ServerInteraction() {
+    itsKind = kServer;
+    itsClassName = &SINT_CLASSNAME;
+    itsPlatformType = itsDefaultPlatformType;
+}
+
+ServerInteraction::~ServerInteraction() {
+    itsKind = kNeither;
+}
+
+void ServerInteraction::join(FlowStub* flow) {
+    addDebugInfo(kFile, 89, kNoteLength, "join FlowStub\n");
+    Util::String parentID = itsParentID;
+    setFlowStubFields(flow);
+    itsParentID = std::move(parentID);
+    itsPeerType = kJoinedPeerType;
+}
+
+void ServerInteraction::join(InteractionStub* other) {
+    addDebugInfo(kFile, 124, kNoteLength, "join InteractionStub\n");
+    setFlowStubFields(other);
+    itsLocus = other->itsLocus;
+    itsUpstreamOpID = other->itsUpstreamOpID;
+    itsCallerAddr = other->itsCallerAddr;
+    itsCalleeAddr = other->itsCalleeAddr;
+    itsInteractionID = other->getInteractionID();
+}
+
+Util::String& ServerInteraction::getFlowID() {
+    return ensureID(itsFlowID, itsReplacedFlowID);
+}
+
+Util::String& ServerInteraction::getInteractionID() {
+    return ensureID(itsInteractionID, itsReplacedInteractionID);
+}
+
+const Util::String& ServerInteraction::getUpstreamInteractionID() {
+    return itsUpstreamInteractionID;
+}
+
+EntryRef ServerInteraction::loadConfig() {
+    return InterceptorConfig::itsCurrent.getConfig(this, false);
+}
+
+void ServerInteraction::loadFromCacheData(const ConfigEntry* entry) {
+    Interaction::loadFromCacheData(entry);
+    if (entry->cpNames != nullptr && entry->cpNames->size() > 0)
+        getCheckpoints(true)->setNewCheckpoints(entry->cpNames);
+}
+
+Util::String& ServerInteraction::_getPathID(bool asIs) {
+    const char* known = publishedText(itsPathID);
+    if (asIs || (known != nullptr && *known != '\0')) return itsPathID;
+    loadFromCache();
+    if (!itComputesPath) return itsPathID;
+    const Util::String& host = itsLocalAddr.empty() ? ourHostname : itsLocalAddr;
+    Util::String path = Util::pathID(nullptr, getUrl().c_str(), host.c_str(), itsOpID.c_str());
+    Util::MutexGuard guard(itsIDLock);
+    if (itsPathID.empty()) publish(itsPathID, std::move(path), itsReplacedPathID);
+    return itsPathID;
+}
+
+void ServerInteraction::prepareCheckpoints() {
+    Checkpoints* checkpoints = getCheckpoints(true);
+    const long long baseline = checkpoints->itsBaseline;
+    if (baseline > 0 && baseline != itsStartTime)
+        addDebugInfo(kFile, 263, kNoteLength,
+                     "WARNING - Overwriting checkpoints baseline timestamp %lld with %lld.\n",
+                     baseline, itsStartTime);
+    checkpoints->itsBaseline = itsStartTime;
+    if (itsStartTime == 0)
+        addDebugInfo(kFile, 273, kNoteLength,
+                     "WARNING - Encountered an SI with a zero timestamp.\n");
+}
+
+const char* ServerInteraction::publishedText(const Util::String& field) {
+    return __atomic_load_n(slotOf(const_cast<Util::String&>(field)), __ATOMIC_ACQUIRE);
+}
+
+// A key may lead to a client. That is no server to work on as one, so a new one takes the key.
+ServerInteraction* ServerInteraction::beginServer(const Util::String& key, int reuseMode) {
+    Interaction* found = Interaction::begin(key, true, reuseMode, false);
+    if (found == nullptr || found->isServer()) return static_cast<ServerInteraction*>(found);
+    --found->itsRefCount;
+    return create(key);
+}
+
+Util::String& ServerInteraction::ensureID(Util::String& field, Util::String& replaced) {
+    const char* known = publishedText(field);
+    if (known != nullptr && *known != '\0') return field;
+    Util::MutexGuard guard(itsIDLock);
+    if (field.empty()) publish(field, Util::newGuid(), replaced);
+    return field;
+}
+
+void ServerInteraction::publish(Util::String& field, Util::String text, Util::String& replaced) {
+    replaced = Util::String::adopt(*slotOf(field));
+    __atomic_store_n(slotOf(field), std::exchange(*slotOf(text), nullptr), __ATOMIC_RELEASE);
+}
+
+}  // namespace Quenvale::Interceptor::SDK

@@ -1,0 +1,62 @@
+#pragma once
+
+#include "interaction/Interaction.h"
+#include "util/qzmutex.h"
+
+namespace Quenvale::Interceptor::SDK {
+
+/// A request that comes in. Its flow and interaction ids may still come with a header; otherwise
+/// the first read makes them. It computes its own path, and holds the checkpoint baseline of its
+/// flow.
+///
+/// Threads:   as Interaction, but its ids and path may be asked for by children on other threads.
+/// Ownership: create, begin and beginInternal give an object that the caller destroys; stubs and
+///            interactions that are passed in are only read.
+class QZ_API ServerInteraction : public Interaction {
+public:
+    /// A new one, innermost on this thread and known by the key unless that is empty.
+    static ServerInteraction* create(const Util::String& key);
+    /// Goes on with a split. With a NIL operation name it is the same operation on another thread
+    /// and reports nothing; with a name it is a new operation in the same flow.
+    static ServerInteraction* begin(SiteStub* stub, const Util::String& key,
+                                    const Util::String& opName);
+    /// One that never reports. With `reuse`, null where the call is already past its request stage.
+    static ServerInteraction* beginInternal(const Util::String& key, bool reuse);
+
+    /// Outside of the correlator and without ids: what fromStub() fills.
+    ServerInteraction();
+    ~ServerInteraction() override;
+
+    /// Takes the flow over, but keeps its own parent.
+    void join(FlowStub* flow);
+    /// Takes the flow over, and the identity of the other one with it.
+    void join(InteractionStub* other);
+
+    Util::String& getFlowID() override;
+    Util::String& getInteractionID() override;
+    const Util::String& getUpstreamInteractionID() override;
+    EntryRef loadConfig() override;
+    void loadFromCacheData(const ConfigEntry* entry) override;
+    /// As it stands, or computed if it is empty and the configuration wants it.
+    Util::String& _getPathID(bool asIs) override;
+    void prepareCheckpoints() override;
+
+    /// The text of a field that another thread may be filling; null until it is there. It stays
+    /// valid until the owner of the interaction changes the field.
+    static const char* publishedText(const Util::String& field);
+
+private:
+    static ServerInteraction* beginServer(const Util::String& key, int reuseMode);
+    Util::String& ensureID(Util::String& field, Util::String& replaced);
+    void publish(Util::String& field, Util::String text, Util::String& replaced)
+        QZ_REQUIRES(itsIDLock);
+
+    // A lazy field is read without the lock: the pointer in it is published once its text stands,
+    // and an empty text that gave way stays readable for whoever still looks at it.
+    Util::qzmutex itsIDLock;
+    Util::String itsReplacedFlowID;
+    Util::String itsReplacedInteractionID;
+    Util::String itsReplacedPathID;
+};
+
+}  // namespace Quenvale::Interceptor::SDK

@@ -1,0 +1,76 @@
+#pragma once
+
+#include "util/ByteArray.h"
+#include "util/String.h"
+#include "util/Vector.h"
+#include "util/export.h"
+
+namespace Quenvale::Interceptor::SDK {
+
+class Checkpoints;
+class Interaction;
+
+/// Turns one interaction into one flat run of bytes, the agent event. docs/protocol.md has the
+/// fields; their order and conditions stand in one table, which the size walk and the write walk
+/// share.
+///
+/// An object serves for one report: make it, call serialize() once, take the bytes.
+///
+/// Threads:   the one that reports; there is no lock. Nothing may change the interaction meanwhile.
+/// Ownership: the interaction is borrowed. The event and the separate payload are the caller's, to
+///            be released by releaseContent().
+/// Units:     sizes and positions are bytes.
+/// Errors:    an exception of the interaction passes through and leaves nothing behind. A size that
+///            comes out wrong is logged, and the event is handed out as it is.
+class QZ_API AgentEvent {
+public:
+    static constexpr unsigned char AGENT_EVENT_TYPE = 0;
+    /// The content type that an interceptor gives never reaches the agent.
+    static const Util::String& DEFAULT_PAYLOAD_CONTENT_TYPE;
+
+    AgentEvent(Interaction* interaction, bool firstFlag, bool separatePayload);
+
+    /// The event in one block of the exact size. With a separate payload itsPayloadCopy is set.
+    Util::ByteArray serialize();
+
+    /// Loads the interaction's decisions, chooses the payload and fills mask and sizes.
+    void computeSize(bool isClient);
+
+    /// Copies a payload to `pos` and returns the position behind it. Fill regions hide bytes, they
+    /// do not change the length; one that reaches the payload's end aborts the process.
+    static int addOptionalDataOnly(Util::ByteArray& out, const Util::ByteArray* message, int pos);
+
+    Interaction* itsInteraction;
+    bool itsFirstFlag;  // Stored and never read.
+    long long itsOptionalMask = 0;
+    int itsPos = 1;        // Byte 0 is for the flags.
+    int itsEventSize = 0;  // Without the payload.
+    int itsTotalSize = 0;  // With it, also where it travels separately.
+    bool itsSeparatePayload;
+    Util::ByteArray* itsEventPayload = nullptr;  // Borrowed; null when there is none.
+    Util::ByteArray itsPayloadCopy;              // The separate payload, once serialized.
+    const Util::String* itsOtherOpID = nullptr;  // Borrowed; null while it is the own operation id.
+    const Util::String& itsContentType = DEFAULT_PAYLOAD_CONTENT_TYPE;
+    bool itsIsClient;
+
+private:
+    template <class Walk>
+    void walkFields(Walk& walk, bool isClient);
+    template <class Walk>
+    void walkCheckpoints(Walk& walk);
+
+    void computeParts();
+    int payloadLength() const;
+    unsigned char flags() const;
+
+    // What the write walk must find as the size walk saw it. Checkpoints are shared with other
+    // threads, which may replace the list of names in between.
+    bool itHasRequest = false;
+    bool itHasReply = false;
+    int itsIncomingCount = 0;
+    Checkpoints* itsCheckpoints = nullptr;
+    Util::Vector<Util::String>* itsNewNames = nullptr;
+    int itsTextLengths[64];  // By mask bit; 0 for an absent text.
+};
+
+}  // namespace Quenvale::Interceptor::SDK

@@ -1,0 +1,147 @@
+#include "uplink/Delivery.h"
+
+#include <cstring>
+
+#include <cxxabi.h>
+
+#include "uplink/AgentEvent.h"
+#include "util/diagnostics.h"
+#include "util/trap.h"
+
+namespace Quenvale::Interceptor::SDK {
+
+namespace {
+
+// A payload stands behind two numbers, its content type and two texts that are not used.
+constexpr int kPayloadLead[] = {1, 0};
+
+int readLength(const unsigned char* from) {
+    int length = 0;
+    std::memcpy(&length, from, sizeof length);
+    return length;
+}
+
+}  // namespace
+
+AsyncBinaryUplink::Delivery::Delivery(AsyncBinaryUplink& uplink, const Wording& words)
+    : itsUplink(uplink), itsWords(words) {}
+
+AsyncBinaryUplink::Delivery::~Delivery() {
+    if (itsSlot >= 0) giveBack(true);
+}
+
+bool AsyncBinaryUplink::Delivery::open() {
+    itsSlot = itsUplink.acquire();
+    if (itsSlot < 0) {
+        if (debugOn())
+            forcedMsg(1, "AsyncBinaryUplink::%s: failed to acquire a socket. Aborting send of %s.\n",
+                      itsWords.operation, itsWords.all);
+        return false;
+    }
+    itsStreams = std::make_unique<SocketStreams>(itsUplink.socketOf(itsSlot), false);
+    return true;
+}
+
+bool AsyncBinaryUplink::Delivery::send(const Util::ByteArray& event,
+                                       const Util::ByteArray& payload,
+                                       unsigned char contentTypeCode) {
+    if (write(event, payload, contentTypeCode)) return true;
+    if (debugOn())
+        forcedMsg(1,
+                  "AsyncBinaryUplink::%s failed with socket %d. Releasing socket to try with "
+                  "another.\n",
+                  itsWords.operation, itsSlot);
+    giveBack(true);
+    if (!open()) return false;
+    if (write(event, payload, contentTypeCode)) return true;
+    const int slot = itsSlot;
+    giveBack(true);
+    if (debugOn())
+        forcedMsg(1,
+                  "AsyncBinaryUplink::%s failed with socket %d. Socket discarded. Aborting send of "
+                  "%s.\n",
+                  itsWords.operation, slot, itsWords.lost);
+    return false;
+}
+
+bool AsyncBinaryUplink::Delivery::write(const Util::ByteArray& event,
+                                        const Util::ByteArray& payload, unsigned char code) {
+    if (!writeEventUsingStreams(*itsStreams, event, payload, code)) return false;
+    if (debugOn())
+        forcedMsg(4, "AsyncBinaryUplink::%s succeeded with socket %d.\n", itsWords.operation,
+                  itsSlot);
+    return true;
+}
+
+void AsyncBinaryUplink::Delivery::finish() {
+    if (debugOn())
+        forcedMsg(4, "AsyncBinaryUplink::%s: releasing socket %d for reuse.\n", itsWords.operation,
+                  itsSlot);
+    giveBack(false);
+}
+
+void AsyncBinaryUplink::Delivery::giveBack(bool discard) {
+    itsStreams.reset();
+    const int slot = itsSlot;
+    itsSlot = -1;
+    itsUplink.release(slot, discard);
+}
+
+void AsyncBinaryUplink::sendEvents(const Util::ByteArray& records, int length) {
+    static constexpr Delivery::Wording kWords = {"send", "buffer", "agent event buffer"};
+    Delivery delivery(*this, kWords);
+    if (!delivery.open()) return;
+    for (int position = 0; position < length;) {
+        unsigned char* record = records.data + position;
+        const int eventLength = readLength(record);
+        const Util::ByteArray event(record + sizeof eventLength, eventLength, false);
+        unsigned char* rest = event.data + eventLength;
+        const int payloadLength = readLength(rest);
+        rest += sizeof payloadLength;
+        const unsigned char code = payloadLength > 0 ? *rest++ : 0;
+        const Util::ByteArray payload(payloadLength > 0 ? rest : nullptr, payloadLength, false);
+        if (!delivery.send(event, payload, code)) return;
+        position = static_cast<int>(rest + payloadLength - records.data);
+    }
+    delivery.finish();
+}
+
+void AsyncBinaryUplink::sendEvent(const Util::ByteArray& event, const Util::ByteArray& payload,
+                                  const Util::String& contentType) {
+    static constexpr Delivery::Wording kWords = {"sendEvent", "event", "agent event"};
+    if (payload.data != nullptr && debugOn() &&
+        contentType != AgentEvent::DEFAULT_PAYLOAD_CONTENT_TYPE)
+        Util::trap();
+    Delivery delivery(*this, kWords);
+    if (!delivery.open()) return;
+    if (delivery.send(event, payload, 0)) delivery.finish();
+}
+
+bool AsyncBinaryUplink::writeEventUsingStreams(SocketStreams& streams,
+                                               const Util::ByteArray& event,
+                                               const Util::ByteArray& payload,
+                                               const unsigned char& contentTypeCode) {
+    if (contentTypeCode != 0 && debugOn()) Util::trap();
+    try {
+        IO::DataOutputStream& out = *streams.itsDataOut;
+        out.writeByte(1);
+        out.writeBytes(event.data, event.length);
+        if (payload.data != nullptr && payload.length > 0) {
+            for (const int number : kPayloadLead) out.writeUnsignedInt(number);
+            out.writeUTF(AgentEvent::DEFAULT_PAYLOAD_CONTENT_TYPE);
+            out.writeUTF(Util::String::NIL);
+            out.writeUTF(Util::String::NIL);
+            out.writeBytes(payload.data, payload.length);
+        }
+        out.writeByte(0);
+        out.flush();
+        return true;
+    } catch (abi::__forced_unwind&) {
+        throw;
+    } catch (...) {
+        errorMsg("Failed to send agent event using wrapped streams\n");
+        return false;
+    }
+}
+
+}  // namespace Quenvale::Interceptor::SDK

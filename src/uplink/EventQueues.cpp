@@ -1,0 +1,181 @@
+// The way of a report from the interaction into a queue, and of a queue to its send.
+#include <climits>
+#include <cstring>
+
+#include <cxxabi.h>
+
+#include "interaction/Interaction.h"
+#include "uplink/AgentEvent.h"
+#include "uplink/AsyncBinaryUplink.h"
+#include "uplink/SocketQueue.h"
+#include "uplink/SocketQueueRef.h"
+#include "util/diagnostics.h"
+#include "util/trap.h"
+
+namespace Quenvale::Interceptor::SDK {
+
+namespace {
+
+constexpr int kNoBestYet = 10000000;
+constexpr long long kBareOverhead = 8;     // Two lengths.
+constexpr long long kPayloadOverhead = 9;  // And the content type's code.
+
+/// Gives the bytes of a record back, by whatever way the report ends.
+struct Releasing {
+    explicit Releasing(Util::ByteArray& bytes) : itsBytes(bytes) {}
+    ~Releasing() { itsBytes.releaseContent(); }
+    Releasing(const Releasing&) = delete;
+    Releasing& operator=(const Releasing&) = delete;
+
+    Util::ByteArray& itsBytes;
+};
+
+bool hasData(const Util::ByteArray& bytes) {
+    return bytes.data != nullptr && bytes.length > 0;
+}
+
+int payloadLength(const Util::ByteArray& payload) {
+    return hasData(payload) ? payload.length : 0;
+}
+
+// When the event came about. An interceptor may have set any times, so the sum may wrap.
+long long timeOf(const Interaction& interaction) {
+    return static_cast<long long>(static_cast<unsigned long long>(interaction.itsRtTime) +
+                                  static_cast<unsigned long long>(interaction.itsStartTime) +
+                                  static_cast<unsigned long long>(interaction.itsCoTime));
+}
+
+unsigned char* append(unsigned char* out, const void* bytes, int length) {
+    std::memcpy(out, bytes, static_cast<std::size_t>(length));
+    return out + length;
+}
+
+}  // namespace
+
+void AsyncBinaryUplink::notifyAgent(Interaction* interaction) {
+    if (!getAlive()) return;
+    AgentEvent agentEvent(interaction, false, true);
+    const Releasing payload(agentEvent.itsPayloadCopy);
+    Util::ByteArray event = agentEvent.serialize();
+    const Releasing eventBytes(event);
+    SocketQueueRef* ref = nullptr;
+    try {
+        // What is attached here came from pick() or from copying such a one.
+        ref = static_cast<SocketQueueRef*>(interaction->itsUplinkData);
+        const int state = interaction->itsState;
+        bool isLast = state > 0;
+        if (ref == nullptr) {
+            ref = static_cast<SocketQueueRef*>(pick());
+            interaction->itsUplinkData = ref;
+            isLast = state == 2 || state == 3;
+        }
+        queueEvent(ref->itsQueue, timeOf(*interaction), event, true, agentEvent.itsPayloadCopy,
+                   agentEvent.itsContentType);
+        if (!isLast) return;
+    } catch (abi::__forced_unwind&) {
+        throw;
+    } catch (...) {
+        return;
+    }
+    interaction->itsUplinkData = nullptr;
+    ref->clear();
+    delete ref;
+}
+
+UplinkData* AsyncBinaryUplink::pick() {
+    Util::MutexGuard guard(itsPickLock);
+    SocketQueue* chosen = &itsQueues[0];
+    int best = kNoBestYet;
+    for (int i = 0; i < itsQueueCount; ++i) {
+        const int count = itsQueues[i].itsRefCount;
+        if (count >= best) continue;
+        best = count;
+        chosen = &itsQueues[i];
+    }
+    auto* ref = new SocketQueueRef(chosen, this);
+    ++chosen->itsRefCount;
+    return ref;
+}
+
+int AsyncBinaryUplink::computeEventLength(const Util::ByteArray& event,
+                                          const Util::ByteArray& payload) {
+    if (!hasData(event)) return 0;
+    const long long length = hasData(payload)
+                                 ? kPayloadOverhead + event.length + payload.length
+                                 : kBareOverhead + event.length;
+    // More than any queue holds, so that the event goes out past the queues.
+    return length > INT_MAX ? INT_MAX : static_cast<int>(length);
+}
+
+int AsyncBinaryUplink::copyEventAndPayload(unsigned char* buffer, int position,
+                                           const Util::ByteArray& event,
+                                           const Util::ByteArray& payload,
+                                           const Util::String& contentType) {
+    unsigned char* out = buffer + position;
+    out = append(out, &event.length, sizeof event.length);
+    out = append(out, event.data, event.length);
+    const int length = payloadLength(payload);
+    out = append(out, &length, sizeof length);
+    if (length > 0) {
+        if (debugOn() && contentType != AgentEvent::DEFAULT_PAYLOAD_CONTENT_TYPE) Util::trap();
+        *out++ = 0;
+        out = append(out, payload.data, length);
+    }
+    return static_cast<int>(out - buffer);
+}
+
+void AsyncBinaryUplink::queueEvent(SocketQueue* queue, long long time,
+                                   const Util::ByteArray& event, bool flushAllowed,
+                                   const Util::ByteArray& payload,
+                                   const Util::String& contentType) {
+    const int length = computeEventLength(event, payload);
+    const int size = itsSettings.bufferSize;
+    {
+        Util::MutexGuard data(queue->itsDataLock);
+        if (length > 0 && static_cast<long long>(length) + queue->itsUsed <= size) {
+            if (queue->itsUsed == 0) queue->itsFirstEventTime = time;
+            queue->itsUsed = copyEventAndPayload(queue->itsBuffer.get(), queue->itsUsed, event,
+                                                 payload, contentType);
+            data.unlock();
+            debugMsg("Queuing event, length: %d, payload: %d, total including metadata: %d.\n",
+                     event.length, payloadLength(payload), length);
+            return;
+        }
+        if (flushAllowed || queue->itsUsed != 0) sendQueued(queue, data);
+    }
+    if (length == 0) return;
+    // Now it fits, unless another thread filled the buffer meanwhile. One as large as the buffer
+    // would fit too, and still goes the other way.
+    if (length < size && flushAllowed)
+        queueEvent(queue, time, event, false, payload, contentType);
+    else
+        sendEvent(event, payload, contentType);
+}
+
+// Taking itsSendLock with itsDataLock in hand means that whoever finds the queue full waits for the
+// send that is under way, and others behind it: the spare buffer is free at the swap.
+void AsyncBinaryUplink::sendQueued(SocketQueue* queue,
+                                   Util::MutexGuard& data) QZ_NO_THREAD_SAFETY_ANALYSIS {
+    Util::MutexGuard send(queue->itsSendLock);
+    if (queue->itsUsed < 1) {
+        debugMsg("Queue flushed, but it is empty.\n");
+        return;
+    }
+    const int length = queue->itsUsed;
+    queue->itsBuffer.swap(queue->itsSpareBuffer);
+    queue->itsUsed = 0;
+    data.unlock();
+    debugMsg("Sending events, total data length: %d\n", length);
+    sendEvents(Util::ByteArray(queue->itsSpareBuffer.get(), length, false), length);
+}
+
+void AsyncBinaryUplink::flushQueue(SocketQueue* queue) {
+    queueEvent(queue, 0, Util::ByteArray(), true, Util::ByteArray(), Util::String::BLANK);
+}
+
+void AsyncBinaryUplink::flushAllQueues() {
+    debugMsg("Flushing all queues\n");
+    for (int i = 0; i < itsQueueCount; ++i) flushQueue(&itsQueues[i]);
+}
+
+}  // namespace Quenvale::Interceptor::SDK

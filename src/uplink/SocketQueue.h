@@ -1,0 +1,30 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+
+#include "uplink/AsyncBinaryUplink.h"
+
+namespace Quenvale::Interceptor::SDK {
+
+/// One memory queue: two buffers of one size, of which one takes events while the other is on the
+/// wire. Memory is taken once, by init().
+class AsyncBinaryUplink::SocketQueue {
+public:
+    /// A size of 0 or less gives the default of 64 KiB.
+    void init(int size);
+
+    Util::qzmutex itsGuard;     // Part of the object; nothing locks it.
+    Util::qzmutex itsDataLock;  // Before itsSendLock.
+    // Held during a send from this queue, so that two sends of one queue stay in order. Taken with
+    // itsDataLock in hand, which is let go before the network is touched.
+    Util::qzmutex itsSendLock QZ_AFTER(itsDataLock);
+    std::unique_ptr<unsigned char[]> itsBuffer QZ_GUARDED_BY(itsDataLock);
+    std::unique_ptr<unsigned char[]> itsSpareBuffer QZ_GUARDED_BY(itsSendLock);
+    int itsUsed QZ_GUARDED_BY(itsDataLock) = 0;                   // bytes of itsBuffer
+    long long itsFirstEventTime QZ_GUARDED_BY(itsDataLock) = 0;  // given with the oldest event
+    // Attachments. Read and given back under itsPickLock; a copy of an attachment only adds.
+    std::atomic<int> itsRefCount{0};
+};
+
+}  // namespace Quenvale::Interceptor::SDK

@@ -1,0 +1,23 @@
+#include "uplink/SocketQueueRef.h"
+
+#include "uplink/SocketQueue.h"
+
+namespace Quenvale::Interceptor::SDK {
+
+AsyncBinaryUplink::SocketQueueRef::SocketQueueRef(SocketQueue* queue, AsyncBinaryUplink* uplink)
+    : itsQueue(queue), itsUplink(uplink), itsPickLock(&uplink->itsPickLock) {}
+
+UplinkData* AsyncBinaryUplink::SocketQueueRef::copy() {
+    auto* result = new SocketQueueRef(itsQueue, itsUplink);
+    if (itsQueue != nullptr) ++itsQueue->itsRefCount;
+    return result;
+}
+
+void AsyncBinaryUplink::SocketQueueRef::clear() {
+    if (itsQueue == nullptr) return;
+    Util::MutexGuard guard(*itsPickLock);
+    --itsQueue->itsRefCount;
+    itsQueue = nullptr;
+}
+
+}  // namespace Quenvale::Interceptor::SDK

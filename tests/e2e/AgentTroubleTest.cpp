@@ -1,0 +1,138 @@
+// What the agent may do: no failure reaches the caller, and reporting goes on.
+
+#include "e2e/Fixture.h"
+
+namespace e2e {
+namespace {
+
+constexpr const char* kCall = "server http://host.example/svc/a op - -";
+
+/// Calls until the agent has something: reports made while the agent is away are dropped.
+void callUntil(Driver& driver, AgentPeer& agent, std::size_t events) {
+    for (int i = 0; i < 2000 && agent.waitForEvents(events, 20).size() < events; ++i)
+        driver.run(kCall);
+    EXPECT_GE(agent.waitForEvents(events, 0).size(), events);
+}
+
+TEST(EndToEndTrouble, AnAgentThatComesLateIsFound) {
+    AgentPeer agent;
+    started(agent).stop();
+    Driver driver(quick(agent));
+    driver.run(kCall);  // Waits for one refused connect and no longer.
+    started(agent);
+    callUntil(driver, agent, 2);
+    driver.leave();
+}
+
+TEST(EndToEndTrouble, AnAgentThatComesBackOnItsPortIsMet) {
+    AgentPeer agent;
+    Driver driver(quick(started(agent)));
+    callUntil(driver, agent, 2);
+    agent.stop();
+    for (int i = 0; i < 20; ++i) driver.run(kCall);
+    agent.forgetEvents();
+    started(agent);
+    callUntil(driver, agent, 2);
+    driver.leave();
+}
+
+TEST(EndToEndTrouble, EveryFaultIsSurvivedAndTheNextConnectionWorks) {
+    struct Row {
+        const char* why;
+        QZAgent::Faults faults;
+    };
+    std::vector<Row> rows(7);
+    rows[0].why = "refuses";
+    rows[0].faults.refuse = true;
+    rows[1].why = "an id block of no bytes";
+    rows[1].faults.emptyId = true;
+    rows[2].why = "another byte than 1 at the end";
+    rows[2].faults.acceptByte = 0;
+    rows[3].why = "garbage instead of the id";
+    rows[3].faults.garbage = std::string("\xff\xff\xff\xff\x7f", 5);
+    rows[4].why = "closes inside the handshake";
+    rows[4].faults.closeAfterBytes = 13;
+    rows[5].why = "resets inside the handshake";
+    rows[5].faults.closeAfterBytes = 13;
+    rows[5].faults.closeByReset = true;
+    rows[6].why = "closes behind the handshake";
+    rows[6].faults.closeAfterEventBytes = 2;
+    for (const Row& row : rows) {
+        for (const QZAgent::Port port : {QZAgent::Port::Control, QZAgent::Port::Events}) {
+            SCOPED_TRACE(row.why);
+            AgentPeer agent;
+            agent.setFaults(row.faults, port);
+            Driver driver(quick(started(agent)));
+            for (int i = 0; i < 3; ++i) driver.run(kCall);
+            agent.setFaults(QZAgent::Faults(), port);
+            callUntil(driver, agent, 2);
+            driver.leave();
+        }
+    }
+}
+
+TEST(EndToEndTrouble, AnAgentThatSaysNothingIsGivenUpAfterSeconds) {
+    AgentPeer agent;
+    QZAgent::Faults silent;
+    silent.silentId = true;
+    agent.setFaults(silent);
+    Driver driver(quick(started(agent)));
+    EXPECT_EQ(driver.ask(kCall, 30000), "ok") << "the first report waits for the time-out only";
+    agent.setFaults(QZAgent::Faults());
+    callUntil(driver, agent, 2);
+    driver.leave();
+}
+
+TEST(EndToEndTrouble, AConnectionThatDiesUnderABatchCostsNoEvent) {
+    AgentPeer agent;
+    Driver driver(quick(started(agent)));
+    callUntil(driver, agent, 2);
+    for (const bool byReset : {false, true}) {
+        driver.run("open http://host.example/svc/a op");
+        driver.run("flush");
+        agent.closeConnections(QZAgent::Role::EventStream, byReset);
+        // The first write to a connection that was closed orderly still succeeds, and its event is
+        // lost with it; from the second on the retry rule holds.
+        driver.run("close");
+        driver.run("flush");
+        agent.forgetEvents();
+        callUntil(driver, agent, 2);
+    }
+    driver.leave();
+}
+
+TEST(EndToEndTrouble, ANewConfigurationMovesTheEvents) {
+    AgentPeer agent;
+    Driver driver(quick(started(agent)));
+    callUntil(driver, agent, 2);
+    const int port = agent.moveEvents();
+    QZAgent::ConfigText config = QZAgent::ConfigText::reportAll("127.0.0.1", port);
+    config.eventTag = 5;
+    EXPECT_EQ(agent.pushConfig(config), 1);
+    for (int i = 0; i < 2000; ++i) {
+        agent.forgetEvents();
+        callUntil(driver, agent, 2);
+        if (agent.events().back().event.eventTag == 5) break;
+    }
+    EXPECT_EQ(agent.events().back().event.eventTag, 5);
+    agent.sendStabilizers({"a", "b"});
+    agent.updateStabilizers({"c"}, {"a"});
+    EXPECT_EQ(agent.counters().subscriptions, 1) << "stabilizers leave the connection as it is";
+    agent.sendRaw("\x05");
+    EXPECT_TRUE(agent.waitForSubscription(2, kLimit)) << "an unknown message ends it";
+    agent.forgetEvents();
+    callUntil(driver, agent, 2);
+    driver.leave();
+}
+
+TEST(EndToEndTrouble, NoAgentAtAllHoldsNobodyUp) {
+    AgentPeer agent;
+    started(agent).stop();
+    Driver driver(quick(agent));
+    EXPECT_EQ(driver.ask("flood 4 2000"), "ok");
+    driver.run("flush");
+    driver.leave();
+}
+
+}  // namespace
+}  // namespace e2e

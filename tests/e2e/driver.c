@@ -1,0 +1,142 @@
+/* The interceptor of the end-to-end tests, in C: it makes calls through the C interface as the
+ * lines of its standard input tell, and answers each with a line. "-" stands for a text that isn't
+ * given.
+ *
+ *   server URL OP PAYLOAD FAILURE   a whole server call, analysed and ended
+ *   whole URL OP                    a server call that is never analysed
+ *   nest URL OP CLIENTURL CLIENTOP  a server with one client call inside
+ *   open URL OP                     an analysed server that stays open; close ends it
+ *   flood THREADS CALLS             threads that make calls; sizes count up on each thread
+ *   spin THREADS                    threads that make calls until the process ends
+ *   flush                           sends what is queued
+ *   exit                            leaves main
+ */
+#define _POSIX_C_SOURCE 200809L
+#include <pthread.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <time.h>
+
+#include "capi/QZInt-c.h"
+
+static const char* given(const char* word) {
+    return word == NULL || strcmp(word, "-") == 0 ? NULL : word;
+}
+
+static ServerInteractionStruct* begin(const char* url, const char* op) {
+    ServerInteractionStruct* call = qz_beginServer();
+    siSetUrl(call, given(url));
+    siSetOpName(call, given(op));
+    return call;
+}
+
+static void end(ServerInteractionStruct* call) {
+    qz_endServer(call);
+    freeServerInteraction(call);
+}
+
+static void serverCall(char** words) {
+    ServerInteractionStruct* call = begin(words[1], words[2]);
+    const char* payload = given(words[3]);
+    siSetPeerAddr(call, "peer.example");
+    if (payload != NULL) siSetPayload(call, (const unsigned char*)payload, (int)strlen(payload));
+    qz_serverAnalyzed(call);
+    siSetSize(call, 7);
+    siSetFailure(call, given(words[4]));
+    end(call);
+}
+
+static void nestedCalls(char** words) {
+    ServerInteractionStruct* server = begin(words[1], words[2]);
+    ClientInteractionStruct* client = qz_beginClient();
+    ciSetUrl(client, given(words[3]));
+    ciSetOpName(client, given(words[4]));
+    qz_clientAnalyzed(client);
+    qz_endClient(client);
+    freeClientInteraction(client);
+    end(server);
+}
+
+struct Work {
+    int thread;
+    int calls;
+};
+
+/* A negative number of calls never ends. */
+static void* makeCalls(void* argument) {
+    struct Work work = *(struct Work*)argument;
+    char op[32];
+    int i;
+    free(argument);
+    snprintf(op, sizeof op, "t%d", work.thread);
+    for (i = 1; work.calls < 0 || i <= work.calls; ++i) {
+        ServerInteractionStruct* call = begin("http://host.example/shop/cart", op);
+        siSetSize(call, i);
+        qz_serverAnalyzed(call);
+        siSetSize(call, i);
+        end(call);
+    }
+    return NULL;
+}
+
+static pthread_t startCalls(int thread, int calls) {
+    pthread_t id;
+    struct Work* work = malloc(sizeof *work);
+    work->thread = thread;
+    work->calls = calls;
+    if (pthread_create(&id, NULL, makeCalls, work) != 0) exit(3);
+    return id;
+}
+
+static void flood(int threads, int calls) {
+    pthread_t ids[64];
+    int i;
+    for (i = 0; i < threads; ++i) ids[i] = startCalls(i, calls);
+    for (i = 0; i < threads; ++i) pthread_join(ids[i], NULL);
+}
+
+static void spin(int threads) {
+    int i;
+    for (i = 0; i < threads; ++i) pthread_detach(startCalls(i, -1));
+}
+
+int main(void) {
+    char line[4096];
+    ServerInteractionStruct* held = NULL;
+    while (fgets(line, sizeof line, stdin) != NULL) {
+        char* words[8] = {NULL};
+        int count = 0;
+        char* rest = NULL;
+        char* word;
+        for (word = strtok_r(line, " \n", &rest); word != NULL && count < 8;
+             word = strtok_r(NULL, " \n", &rest))
+            words[count++] = word;
+        if (count == 0) continue;
+        if (strcmp(words[0], "server") == 0) {
+            serverCall(words);
+        } else if (strcmp(words[0], "whole") == 0) {
+            end(begin(words[1], words[2]));
+        } else if (strcmp(words[0], "nest") == 0) {
+            nestedCalls(words);
+        } else if (strcmp(words[0], "open") == 0) {
+            held = begin(words[1], words[2]);
+            qz_serverAnalyzed(held);
+        } else if (strcmp(words[0], "close") == 0) {
+            end(held);
+        } else if (strcmp(words[0], "flood") == 0) {
+            flood(atoi(words[1]), atoi(words[2]));
+        } else if (strcmp(words[0], "spin") == 0) {
+            spin(atoi(words[1]));
+        } else if (strcmp(words[0], "flush") == 0) {
+            qz_flushUplink();
+        } else if (strcmp(words[0], "exit") == 0) {
+            return 0;
+        } else {
+            return 2;
+        }
+        puts("ok");
+        fflush(stdout);
+    }
+    return 0;
+}

@@ -1,0 +1,238 @@
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <functional>
+#include <memory>
+
+#include "harness/streams.h"
+#include "harness/thrown.h"
+#include "io/DataInputStream.h"
+#include "io/DataOutputStream.h"
+
+namespace {
+
+using namespace Quenvale::Interceptor::SDK;
+using harness::bytesOf;
+using harness::Sink;
+using harness::Source;
+using harness::thrown;
+using std::string_literals::operator""s;
+
+std::string wire(const std::function<void(IO::DataOutputStream&)>& write) {
+    Sink sink;
+    IO::DataOutputStream out(&sink);
+    write(out);
+    return sink.wire;
+}
+
+std::string repeat(int count, char c = 'x') {
+    return std::string(static_cast<unsigned>(count), c);
+}
+
+TEST(DataStreams, UnsignedIntegersTakeAByteForSevenBits) {
+    const struct {
+        const char* why;
+        int value;
+        std::string bytes;
+    } rows[] = {
+        {"zero is a byte, not nothing", 0, "\0"s},        {"last one-byte value", 127, "\x7F"},
+        {"first two-byte value", 128, "\x80\x01"},        {"group order shows", 300, "\xAC\x02"},
+        {"the largest", INT_MAX, "\xFF\xFF\xFF\xFF\x07"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        EXPECT_EQ(wire([&](auto& out) { out.writeUnsignedInt(row.value); }), row.bytes);
+        Source source(row.bytes);
+        IO::DataInputStream in(&source);
+        EXPECT_EQ(in.readUnsignedInt(), row.value);
+    }
+    Sink sink;
+    EXPECT_EQ(thrown([&] { IO::DataOutputStream::writeUnsignedInt(&sink, -1); }),
+              "IOException: Invalid unsigned value: -1");
+    EXPECT_EQ(sink.wire, "");
+}
+
+TEST(DataStreams, TextsKeepNilAndEmptyApart) {
+    const struct {
+        const char* text;
+        std::string bytes;
+    } rows[] = {{nullptr, "\0"s}, {"", "\1"}, {"abc", "\4abc"}, {"\xE4", "\2\xE4"}};
+    for (const auto& row : rows) {
+        EXPECT_EQ(wire([&](auto& out) { out.writeUTF(row.text); }), row.bytes);
+        Source source(row.bytes);
+        source.portion = 1;
+        IO::DataInputStream in(&source);
+        EXPECT_EQ(in.readUTF(), row.text);
+        EXPECT_EQ(source.position, static_cast<int>(row.bytes.size()));
+    }
+}
+
+// The block at the start of `bytes`, and what stays behind it.
+std::string block(const std::string& bytes, int portion = INT_MAX) {
+    Source source(bytes);
+    source.portion = portion;
+    IO::DataInputStream in(&source);
+    int size = -7;
+    const std::unique_ptr<unsigned char[]> data(in.readBytes(size));
+    EXPECT_EQ(source.position, static_cast<int>(bytes.size()));
+    if (data == nullptr) return "null " + std::to_string(size);
+    return std::to_string(size) + ":" +
+           std::string(reinterpret_cast<char*>(data.get()), static_cast<unsigned>(size));
+}
+
+TEST(DataStreams, BlocksInOnePiece) {
+    std::string text = "abc";
+    const auto write = [&](unsigned char* data, int length) {
+        return wire([&](auto& out) { out.writeBytes(data, length); });
+    };
+    EXPECT_EQ(write(nullptr, 5), "\0"s);
+    EXPECT_EQ(write(bytesOf(text), 0), "\1");
+    EXPECT_EQ(write(bytesOf(text), 3), "\4abc\0"s);
+    EXPECT_EQ(block("\0"s), "null -7") << "the size is left alone";
+    EXPECT_EQ(block("\1"), "0:");
+    EXPECT_EQ(block("\4abc\0"s), "3:abc");
+    for (const int length : {-1, -2})
+        EXPECT_EQ(thrown([&] { write(bytesOf(text), length); }),
+                  "IOException: Invalid unsigned value: -1");
+    EXPECT_EQ(thrown([&] { write(bytesOf(text), INT_MAX); }),
+              "IOException: Block too long: 2147483647");
+}
+
+TEST(DataStreams, BlocksInManyPiecesAreJoinedInOrder) {
+    const std::string two = "\x0B" + repeat(10, 'a') + "\x14" + repeat(20, 'b') + "\0"s;
+    EXPECT_EQ(block(two), "30:" + repeat(10, 'a') + repeat(20, 'b'));
+    EXPECT_EQ(block(two, 3), "30:" + repeat(10, 'a') + repeat(20, 'b'));
+
+    std::string single = "\2a";
+    std::string joined = "a";
+    for (int i = 1; i < 1000; ++i) {
+        joined += static_cast<char>(i);
+        single += "\1"s + joined.back();
+    }
+    EXPECT_EQ(block(single + "\xC8\1" + repeat(200) + "\0"s), "1200:" + joined + repeat(200));
+}
+
+TEST(DataStreams, AValueThatBreaksOffOrCannotBeIsRefused) {
+    const auto text = [](IO::DataInputStream& in) { in.readUTF(); };
+    const auto bytes = [](IO::DataInputStream& in) {
+        int size = 0;
+        in.readBytes(size);
+    };
+    const struct {
+        const char* why;
+        std::string bytes;
+        std::function<void(IO::DataInputStream&)> read;
+        const char* error;
+    } rows[] = {
+        {"nothing at all", "", text, "EOFException"},
+        {"inside a number", "\x80", text, "EOFException"},
+        {"inside a text", "\4ab", text, "EOFException"},
+        {"inside a block", "\4ab", bytes, "EOFException"},
+        {"before the terminator", "\4abc", bytes, "EOFException"},
+        {"inside a further piece", "\2a\3bc", bytes, "EOFException"},
+        {"behind a further piece", "\2a\1b", bytes, "EOFException"},
+        {"negative text", "\xFF\xFF\xFF\xFF\x0F", text, "IOException: Invalid unsigned value: -1"},
+        {"negative block", "\xFF\xFF\xFF\xFF\x0F", bytes,
+         "IOException: Invalid unsigned value: -1"},
+        {"negative piece", "\2a\xFF\xFF\xFF\xFF\x0F", bytes,
+         "IOException: Corrupted stream; received a negative number of bytes: "},
+        {"longest text", "\x81\x80\x80\x20", text, "EOFException"},
+        {"longer text", "\x82\x80\x80\x20", text, "IOException: Text too long: 67108865"},
+        {"longest block", "\x81\x80\x80\x20", bytes, "EOFException"},
+        {"longer block", "\x82\x80\x80\x20", bytes, "IOException: Block too long: 67108865"},
+        {"all pieces together", "\2a\x80\x80\x80\x20", bytes,
+         "IOException: Block too long: 67108865"},
+        {"no overflow", "\2a\xFF\xFF\xFF\xFF\x07", bytes,
+         "IOException: Block too long: 2147483648"},
+    };
+    for (const auto& row : rows) {
+        for (const int atEnd : {-1, 0}) {
+            SCOPED_TRACE(row.why);
+            Source source(row.bytes);
+            source.atEnd = atEnd;
+            IO::DataInputStream in(&source);
+            EXPECT_EQ(thrown([&] { row.read(in); }), row.error);
+        }
+    }
+}
+
+TEST(DataStreams, AChunkSendsPiecesOfWhatWasStaged) {
+    using Writes = std::vector<int>;
+    const struct {
+        const char* why;
+        Writes writes;  // 0 flushes
+        std::string bytes;
+    } rows[] = {
+        {"nothing is a null block", {}, "\0"s},
+        {"only the first header is one more", {2, 0, 2, 0, 0}, "\3xx\2xx\0"s},
+        {"full staging goes at once", {1000, 24, 1}, "\x81\x08" + repeat(1024) + "\1x\0"s},
+        {"what doesn't fit follows",
+         {1000, 25},
+         "\xE9\x07" + repeat(1000) + "\x19" + repeat(25) + "\0"s},
+        {"a long write takes what is staged along", {1, 1024}, "\x82\x08" + repeat(1025) + "\0"s},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        const std::string bytes = wire([&](auto& out) {
+            const std::unique_ptr<IO::DataOutputStream::Chunk> chunk(out.writeBytes());
+            for (const int count : row.writes) {
+                std::string text = repeat(count);
+                if (count == 0)
+                    chunk->flush();
+                else
+                    chunk->write(bytesOf(text), 0, count);
+            }
+            chunk->closeStream();
+        });
+        EXPECT_EQ(bytes, row.bytes);
+    }
+}
+
+TEST(DataStreams, AnOpenChunkBarsItsParentAndAClosedOneEverything) {
+    using Chunk = IO::DataOutputStream::Chunk;
+    Sink sink;
+    IO::DataOutputStream out(&sink);
+    unsigned char byte = 'x';
+    const std::unique_ptr<Chunk> chunk(out.writeBytes());
+    const std::string open = "IOException: A chunk is still open.";
+    EXPECT_EQ(thrown([&] { out.writeByte(1); }), open);
+    EXPECT_EQ(thrown([&] { out.flush(); }), open);
+    EXPECT_EQ(thrown([&] { out.writeUTF(nullptr); }), open);
+    EXPECT_EQ(thrown([&] { out.writeBytes(nullptr, 0); }), open);
+    EXPECT_EQ(thrown([&] { out.writeBytes(); }), open);
+    EXPECT_EQ(thrown([&] { out.writeUnsignedInt(1); }), "IOException: A chunk is still open");
+    chunk->closeStream();
+    const std::string closed = "IOException: Chunk is closed.";
+    EXPECT_EQ(thrown([&] { chunk->write(&byte, 0, 1); }), closed);
+    EXPECT_EQ(thrown([&] { chunk->flush(); }), closed);
+    EXPECT_EQ(thrown([&] { chunk->closeStream(); }), closed);
+    const std::unique_ptr<Chunk> second(out.writeBytes());
+    second->writeByte('y');
+    second->closeStream();
+    EXPECT_EQ(sink.wire, "\0\2y\0"s);
+}
+
+TEST(DataStreams, CloseReachesTheStreamBelow) {
+    Sink sink;
+    IO::DataOutputStream out(&sink);
+    sink.failsToClose = true;
+    EXPECT_EQ(thrown([&] { out.closeStream(); }), "IOException: no close");
+    sink.failsToClose = false;
+    out.flush();
+    out.closeStream();
+    out.closeStream();
+    EXPECT_EQ(sink.calls, (std::vector<std::string>{"<close>", "<flush>", "<close>"}));
+    EXPECT_EQ(thrown([&] { out.writeByte(1); }), "IOException: stream is closed.");
+    EXPECT_EQ(thrown([&] { out.writeBytes(); }), "IOException: stream is closed.");
+
+    Source source("abc");
+    IO::DataInputStream in(&source);
+    in.closeStream();
+    in.closeStream();
+    EXPECT_EQ(source.closes, 1);
+    EXPECT_EQ(thrown([&] { in.read(); }), "IOException: stream is closed.");
+    EXPECT_EQ(thrown([&] { in.available(); }), "IOException: stream is closed.");
+    EXPECT_EQ(thrown([&] { in.readUTF(); }), "IOException: stream is closed.");
+}
+
+}  // namespace

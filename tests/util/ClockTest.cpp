@@ -1,0 +1,57 @@
+#include <gtest/gtest.h>
+
+#include <cstdint>
+
+#include "util/Clock.h"
+
+using Quenvale::Interceptor::SDK::Util::Clock;
+
+TEST(Clock, ADurationReadsInTheUnitOfItsSize) {
+    const struct {
+        const char* why;
+        long long ticks;
+        const char* text;
+    } rows[] = {
+        {"nothing", 0, "0 ns"},
+        {"smallest", 1, "1 us"},
+        {"last microseconds", 9999, "9999 us"},
+        {"first milliseconds, digit 0 left out", 10000, "10 ms"},
+        {"digit cut, not rounded", 10199, "10.1 ms"},
+        {"last milliseconds", 9999999, "9999.9 ms"},
+        {"first seconds", 10000000, "10 sec"},
+        {"last seconds", 59999999, "59.9 sec"},
+        {"first minutes", 60000000, "1 min"},
+        {"tenths of a minute", 90000000, "1.5 min"},
+        {"beyond the product in double", INT64_MAX, "153722867280.9 min"},
+        {"negative", -20000, "-20000 us"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        EXPECT_STREQ(Clock::toString(row.ticks).c_str(), row.text);
+    }
+}
+
+TEST(Clock, TheDigitOfMillisecondsIsTheirHundreds) {
+    EXPECT_STREQ(Clock::toStringMS(1234000).c_str(), "1234.2 ms");
+    EXPECT_STREQ(Clock::toStringMS(1034000).c_str(), "1034 ms");
+    EXPECT_STREQ(Clock::toStringMS(99999).c_str(), "99 ms");
+}
+
+TEST(Clock, ConvertsToWholeUnits) {
+    Clock::init();
+    const long long expected[] = {2, 125, 125000, 125000999, 0};
+    for (int unit = 0; unit <= 4; ++unit)
+        EXPECT_EQ(Clock::TheClock->_convert(unit == 2 ? 125000000 : 125000999, unit),
+                  expected[unit]);
+    EXPECT_EQ(Clock(10)._convertToMicro(2500000), 25) << "resolution is per second";
+    EXPECT_EQ(Clock(INT64_MAX)._convertToMicro(2000000), -2) << "wraps, no undefined behaviour";
+}
+
+TEST(Clock, CounterAndMillisecondsAreOneClock) {
+    const long long micros = Clock::_getCounter();
+    const long long millis = Clock::_currentTimeMillis();
+    EXPECT_GE(millis, micros / 1000);
+    EXPECT_LE(millis * 1000, Clock::_getCounter());
+    EXPECT_GE(Clock::_elapsed(micros), 0);
+    EXPECT_EQ(Clock::_getFrequency(), 1000000);
+}

@@ -1,0 +1,171 @@
+#include "util/properties.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <memory>
+
+#include "harness/streams.h"
+#include "util/ByteStreamReader.h"
+#include "util/FileStreamReader.h"
+
+namespace {
+
+using namespace Quenvale::Interceptor::SDK;
+using harness::Source;
+using std::string_literals::operator""s;
+
+std::FILE* fileWith(const std::string& text) {
+    std::FILE* file = std::tmpfile();
+    std::fwrite(text.data(), 1, text.size(), file);
+    std::rewind(file);
+    return file;
+}
+
+std::string listed(Util::Map<Util::String>* properties) {
+    const std::unique_ptr<Util::Map<Util::String>> owned(properties);
+    std::string text;
+    for (auto* node = owned->getEntryList()->getHead(); node != nullptr; node = node->next)
+        text += "["s + node->data->key.c_str() + "|" + node->data->value.c_str() + "]";
+    return text;
+}
+
+TEST(Properties, LinesAreSplitAndTrimmed) {
+    const struct {
+        const char* why;
+        const char* text;
+        const char* properties;
+    } rows[] = {
+        {"plain", "a=b", "[a|b]"},
+        {"colon and blanks", " \ta : b\t", "[a|b]"},
+        {"the first of two", "a=b=c\nd:e:f\n", "[a|b=c][d|e:f]"},
+        {"equals goes before an earlier colon", "a:b=c", "[a:b|c]"},
+        {"half a pair is none", "=b\na=\n = \nc=d\n", "[c|d]"},
+        {"no separator", "ab\nc=d\n", "[c|d]"},
+        {"an empty line ends it", "a=b\nc=d\n\ne=f\n", "[a|b][c|d]"},
+        {"a line of blanks does not", "a=b\n \t\nc=d\n", "[a|b][c|d]"},
+        {"an empty line with a carriage return does not", "a=b\r\n\r\nc=d\r\n", "[a|b][c|d]"},
+        {"no comments", "#a=b", "[#a|b]"},
+        {"the later value", "a=b\nc=d\na=e\n", "[a|e][c|d]"},
+        {"empty", "", ""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        EXPECT_EQ(listed(Util::loadProperties("ignored", fileWith(row.text))), row.properties);
+    }
+}
+
+TEST(Properties, APathIsOpenedOrGivesNothing) {
+    char path[] = "/tmp/properties-XXXXXX";
+    const int descriptor = mkstemp(path);
+    ASSERT_EQ(write(descriptor, "a=b\n", 4), 4);
+    close(descriptor);
+    EXPECT_EQ(listed(Util::loadProperties(Util::String(path))), "[a|b]");
+    unlink(path);
+    EXPECT_EQ(listed(Util::loadProperties(Util::String(path))), "");
+    EXPECT_EQ(listed(Util::loadProperties(Util::String())), "");
+}
+
+struct FailingReader final : Util::StreamReader {
+    void closeReader() override {}
+    explicit operator bool() const override { return true; }
+    Util::String ReadLine() override {
+        if (isFirst) {
+            isFirst = false;
+            return "a=b";
+        }
+        Util::raise<Util::EOFException>();
+    }
+    bool isFirst = true;
+};
+
+TEST(Properties, AFailureKeepsWhatWasRead) {
+    FailingReader reader;
+    EXPECT_EQ(listed(Util::loadProperties(reader)), "[a|b]");
+}
+
+// In a process of its own: the parser reads the level once.
+TEST(PropertiesDeathTest, ALineWithoutSeparatorTrapsAtDebugLevel) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto load = [](const char* level) {
+        setenv("QUENVALE_LOG_LEVEL", level, 1);
+        listed(Util::loadProperties("", fileWith("ab\n")));
+        std::_Exit(0);
+    };
+    EXPECT_EXIT(load("3"), testing::ExitedWithCode(0), "");
+    EXPECT_DEATH(load("4"), "");
+}
+
+// Lines up to the first empty one, NIL marked.
+std::string lines(Util::StreamReader& reader) {
+    for (std::string text;;) {
+        const Util::String line = reader.ReadLine();
+        if (line.c_str() == nullptr) return text + "NIL";
+        if (line.empty()) return text;
+        text += line.c_str() + "|"s;
+    }
+}
+
+TEST(FileStreamReader, LinesAndPieces) {
+    const std::string x255(255, 'x');
+    Util::FileStreamReader reader(fileWith("a\r\n" + x255 + "y\nlast"));
+    EXPECT_TRUE(static_cast<bool>(reader));
+    EXPECT_EQ(lines(reader), "a\r|" + x255 + "|y|last|");
+    EXPECT_EQ(lines(reader), "") << "the end is the empty text";
+    reader.closeReader();
+    reader.closeReader();
+    EXPECT_TRUE(static_cast<bool>(reader));
+    EXPECT_EQ(lines(reader), "NIL");
+
+    Util::FileStreamReader none("/nonexistent/file");
+    EXPECT_FALSE(static_cast<bool>(none));
+    EXPECT_EQ(lines(none), "NIL");
+    none.closeReader();
+}
+
+TEST(ByteStreamReader, LinesComeFromOneReadOrSeveral) {
+    const std::string x255(255, 'x');
+    const struct {
+        const char* why;
+        std::string bytes;
+        int portion;
+        std::string read;
+        unsigned reads;
+    } rows[] = {
+        {"three at once, then the end", "a\nb\nc\n", 255, "a|b|c|", 2},
+        {"no line feed at the end", "a\nbc", 255, "a|bc|", 3},
+        {"a line ends with the read", "abc\n", 2, "ab|c|", 3},
+        {"a leftover line goes on in the next read", "a\nbcd\n", 3, "a|bcd|", 3},
+        {"a long line in pieces", x255 + "y\nz\n", 300, x255 + "|y|z|", 3},
+        {"the buffer is full behind a leftover", "a\n" + x255 + "y\n", 300, "a|" + x255 + "|y|", 4},
+        {"a zero byte in front", "\0abc\n"s, 255, "NIL", 1},
+        {"a zero byte within", "a\0b\nc\n"s, 255, "a|c|", 2},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        Source source(row.bytes);
+        source.portion = row.portion;
+        Util::ByteStreamReader reader(&source);
+        EXPECT_EQ(lines(reader), row.read);
+        EXPECT_EQ(source.requests.size(), row.reads);
+    }
+}
+
+TEST(ByteStreamReader, OnlyTheSourceCountsAsReadable) {
+    Source source("a\nb\n");
+    source.ready = 4;
+    Util::ByteStreamReader reader(&source);
+    EXPECT_TRUE(static_cast<bool>(reader));
+    EXPECT_EQ(reader.ReadLine(), "a");
+    source.ready = 0;
+    EXPECT_FALSE(static_cast<bool>(reader));
+    EXPECT_THROW(reader.closeReader(), Util::IOException*);
+    source.failsToClose = false;
+    reader.closeReader();
+    reader.closeReader();
+    EXPECT_EQ(source.closes, 2);
+    EXPECT_FALSE(static_cast<bool>(reader));
+    EXPECT_EQ(reader.ReadLine().c_str(), nullptr);
+}
+
+}  // namespace

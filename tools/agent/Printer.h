@@ -1,0 +1,42 @@
+#pragma once
+
+#include <atomic>
+#include <mutex>
+#include <string>
+
+#include "agent/AgentPeer.h"
+
+namespace QZAgent {
+
+/// What qz-agent writes to its standard output, as text or JSON. Each item is written and flushed
+/// as one, so that a reader at the other end of a pipe sees it when it happens.
+///
+/// Threads: any.
+class Printer {
+public:
+    Printer(bool json, bool quiet) : itIsJson(json), itIsQuiet(quiet) {}
+
+    /// What others want to write waits while the result lives: from before the peer's start until
+    /// listening() has written the first line.
+    std::unique_lock<std::mutex> hold() { return std::unique_lock<std::mutex>(itsLock); }
+    /// Under hold().
+    void listening(const std::string& address, int controlPort, int eventsPort);
+    void event(const ReceivedEvent& received);
+    void malformed(const MalformedReport& report);
+    void note(const std::string& line);
+    void summary(const Counters& counters);
+
+    /// The reader at the other end has gone.
+    bool isBroken() const { return itIsBroken; }
+
+private:
+    void write(const std::string& text);
+    void writeHeld(const std::string& text);
+
+    const bool itIsJson;
+    const bool itIsQuiet;
+    std::mutex itsLock;  // Keeps items whole.
+    std::atomic<bool> itIsBroken{false};
+};
+
+}  // namespace QZAgent
