@@ -86,10 +86,8 @@ void ClientInteraction::manageExternally() {
 void ClientInteraction::inherit(Interaction* parent) {
     // A server whose client goes out has been seen by now.
     parent->requestAnalyzed();
-    // A sibling on another thread may be asking for the same: what the parent makes lazily has to
-    // stand before its fields are copied.
+    // Made by now, the flow's id is among the fields that are copied.
     parent->getFlowID();
-    if (parent->itIsLoaded) parent->_getPathID(false);
     setFlowStubFields(parent);
     itsParentID = ServerInteraction::publishedText(parent->itsInteractionID);
     itsPlatformType = parent->itsPlatformType;

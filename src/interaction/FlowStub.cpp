@@ -43,6 +43,7 @@ Checkpoints* FlowStub::getCheckpoints(bool create) {
 }
 
 void FlowStub::setFlowStubFields(const FlowStub* source) {
+    if (source == this) return;
     // A server makes the ids and the path when they are first asked for, on whatever thread.
     itsFlowID = ServerInteraction::publishedText(source->itsFlowID);
     itsParentID = source->itsParentID;

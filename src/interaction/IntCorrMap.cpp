@@ -6,10 +6,7 @@ namespace Quenvale::Interceptor::SDK {
 
 IntCorrMap::~IntCorrMap() {
     Util::MutexGuard guard(itsLock);
-    for (Util::Map<Interaction*>::Iterator i(&itsMap); i.hasNext();) {
-        if (Interaction* interaction = i.next()->value)
-            interaction->itsKeyEntries.fetch_sub(1, std::memory_order_release);
-    }
+    for (Util::Map<Interaction*>::Iterator i(&itsMap); i.hasNext();) discount(i.next()->value);
 }
 
 Interaction* IntCorrMap::getServer(const Util::String& key) {
@@ -66,27 +63,34 @@ void IntCorrMap::putInteraction(Interaction* interaction, const Util::String& ke
     Interaction* former = itsMap.find(name);
     itsMap.insert(name, interaction);
     if (former == interaction) return;
-    if (interaction != nullptr) {
-        // The oldest one, since later keys are in the interaction's own list.
-        if (interaction->itsKeyEntries.fetch_add(1, std::memory_order_relaxed) == 0)
-            interaction->itsOldestKey = name;
-    }
-    if (former != nullptr) former->itsKeyEntries.fetch_sub(1, std::memory_order_release);
+    count(interaction, name);
+    discount(former);
 }
 
 void IntCorrMap::eraseKey(const char* key) {
     Interaction* former = itsMap.find(key);
-    if (itsMap.erase(key) && former != nullptr)
-        former->itsKeyEntries.fetch_sub(1, std::memory_order_release);
+    if (itsMap.erase(key)) discount(former);
 }
 
 void IntCorrMap::eraseValue(Interaction* interaction) {
     for (Util::Map<Interaction*>::Iterator i(&itsMap); i.hasNext();) {
         if (i.next()->value != interaction) continue;
         i.remove();
-        if (interaction != nullptr)
-            interaction->itsKeyEntries.fetch_sub(1, std::memory_order_release);
+        discount(interaction);
     }
+}
+
+void IntCorrMap::count(Interaction* interaction, const char* key) {
+    if (!itIsCorrelators || interaction == nullptr) return;
+    // Only the oldest key is noted: later ones are in the interaction's own list.
+    if (interaction->itsKeyEntries.fetch_add(1, std::memory_order_relaxed) == 0)
+        interaction->itsOldestKey = key;
+}
+
+// The last look at the interaction: whoever reads 0 may destroy it at once.
+void IntCorrMap::discount(Interaction* interaction) {
+    if (!itIsCorrelators || interaction == nullptr) return;
+    interaction->itsKeyEntries.fetch_sub(1, std::memory_order_release);
 }
 
 }  // namespace Quenvale::Interceptor::SDK

@@ -11,13 +11,14 @@ namespace Quenvale::Interceptor::SDK {
 /// replaces it, and getServer() of that key then answers with the client.
 ///
 /// Threads:   any; an interaction may be reached from a thread other than its own.
-/// Ownership: interactions are borrowed. Each counts the entries that lead to it.
+/// Ownership: interactions are borrowed. The correlator's own map counts its entries in them, so
+///            that one that is destroyed can take them out; of any other map its owner drops them.
 class QZ_API IntCorrMap : public IIntCorrelator {
 public:
     static constexpr const char* kServerKeyDefault = "-101";  // In place of an empty key.
     static constexpr const char* kClientKeyDefault = "-102";
 
-    IntCorrMap() = default;
+    explicit IntCorrMap(bool isCorrelators = false) : itIsCorrelators(isCorrelators) {}
     ~IntCorrMap() override;
 
     Interaction* getServer(const Util::String& key) override;
@@ -28,8 +29,8 @@ public:
     /// All keys of the interaction.
     void dropValue(Interaction* interaction, bool flag) override;
 
-    /// The same at a cost that does not grow with the map, but for an interaction whose keys it
-    /// does not know itself.
+    /// For the correlator's own map: the same at a cost that does not grow with the map, but for an
+    /// interaction whose keys it does not know itself.
     void forget(Interaction* interaction);
 
 private:
@@ -38,6 +39,10 @@ private:
     void eraseKey(const char* key) QZ_REQUIRES(itsLock);
     void eraseValue(Interaction* interaction) QZ_REQUIRES(itsLock);
 
+    void count(Interaction* interaction, const char* key) QZ_REQUIRES(itsLock);
+    void discount(Interaction* interaction) QZ_REQUIRES(itsLock);
+
+    const bool itIsCorrelators;
     Util::qzmutex itsLock;
     Util::Map<Interaction*> itsMap QZ_GUARDED_BY(itsLock){0};
 };

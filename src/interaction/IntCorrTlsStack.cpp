@@ -146,7 +146,7 @@ ThreadStacks* IntCorrTlsStack::ensureStacks() {
     Util::MutexGuard guard(itsLock);
     stacks = itsIdleStacks;
     if (stacks == nullptr) {
-        stacks = new ThreadStacks(this);
+        stacks = new ThreadStacks(this, itIsCorrelators);
         stacks->itsNext = itsStacks;
         itsStacks = stacks;
     } else {

@@ -22,12 +22,13 @@ class ThreadStacks;
 ///
 /// Threads:   any. Lock order: itsLock, then the lock of one thread's stacks. The object is
 ///            destroyed only when no thread uses it or ends.
-/// Ownership: interactions are borrowed. Each counts the entries that lead to it.
+/// Ownership: interactions are borrowed. The correlator's own object counts its entries in them, so
+///            that one that is destroyed can take them out; of any other its owner drops them.
 /// Errors:    APIException* for a key, which has no meaning here, and for what is neither a server
 ///            nor a client.
 class QZ_API IntCorrTlsStack : public IIntCorrelator {
 public:
-    IntCorrTlsStack() = default;
+    explicit IntCorrTlsStack(bool isCorrelators = false) : itIsCorrelators(isCorrelators) {}
     ~IntCorrTlsStack() override;
 
     Interaction* getServer(const Util::String& key) override;
@@ -51,7 +52,7 @@ public:
     /// Names the calling thread; no other live thread has the same name.
     Util::String getTID();
 
-    /// Takes the interaction off all threads' stacks.
+    /// For the correlator's own object: takes the interaction off all threads' stacks.
     void forget(Interaction* interaction);
 
 private:
@@ -60,6 +61,7 @@ private:
     ThreadStacks* ensureStacks();
     void retire(ThreadStacks* stacks);
 
+    const bool itIsCorrelators;
     Util::qzmutex itsLock;
     ThreadStacks* itsStacks QZ_GUARDED_BY(itsLock) = nullptr;
     ThreadStacks* itsIdleStacks QZ_GUARDED_BY(itsLock) = nullptr;  // Those that no thread uses.

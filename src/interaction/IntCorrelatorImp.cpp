@@ -31,8 +31,8 @@ void becomeCopy(Interaction* fresh, Interaction* old) {
 }  // namespace
 
 void IntCorrelatorImp::init() {
-    ourKeyMap = new IntCorrMap;
-    ourTlsMap = new IntCorrTlsStack;
+    ourKeyMap = new IntCorrMap(true);
+    ourTlsMap = new IntCorrTlsStack(true);
 }
 
 void IntCorrelatorImp::deinit() {

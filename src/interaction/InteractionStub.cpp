@@ -141,6 +141,7 @@ void InteractionStub::setGroupID(Util::String id) {
 }
 
 void InteractionStub::setInteractionStubFields(const InteractionStub* source) {
+    if (source == this) return;
     itsInteractionID = ServerInteraction::publishedText(source->itsInteractionID);
     itsUpstreamInteractionID = source->itsUpstreamInteractionID;
     itsFailure = source->itsFailure;

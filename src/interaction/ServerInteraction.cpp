@@ -67,14 +67,14 @@ ServerInteraction::~ServerInteraction() {
 void ServerInteraction::join(FlowStub* flow) {
     addDebugInfo(kFile, 89, kNoteLength, "join FlowStub\n");
     Util::String parentID = itsParentID;
-    setFlowStubFields(flow);
+    if (flow != this) setFlowStubFields(flow);
     itsParentID = std::move(parentID);
     itsPeerType = kJoinedPeerType;
 }
 
 void ServerInteraction::join(InteractionStub* other) {
     addDebugInfo(kFile, 124, kNoteLength, "join InteractionStub\n");
-    setFlowStubFields(other);
+    if (other != this) setFlowStubFields(other);
     itsLocus = other->itsLocus;
     itsUpstreamOpID = other->itsUpstreamOpID;
     itsCallerAddr = other->itsCallerAddr;

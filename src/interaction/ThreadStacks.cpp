@@ -2,6 +2,8 @@
 
 #include <pthread.h>
 
+#include <initializer_list>
+
 #include "interaction/IntCorrTlsStack.h"
 #include "interaction/Interaction.h"
 
@@ -11,8 +13,8 @@ namespace Quenvale::Interceptor::SDK {
 __thread ThreadStacks* ThreadStacks::ourStacks = nullptr;
 __thread bool ThreadStacks::ourThreadEnds = false;
 
-ThreadStacks::ThreadStacks(IntCorrTlsStack* owner)
-    : itsOwner(owner), itsName(Util::String::addrToString(this)) {}
+ThreadStacks::ThreadStacks(IntCorrTlsStack* owner, bool isCounted)
+    : itsOwner(owner), itsName(Util::String::addrToString(this)), itIsCounted(isCounted) {}
 
 ThreadStacks::~ThreadStacks() {
     clear();
@@ -59,7 +61,7 @@ void ThreadStacks::push(Interaction* interaction, bool isServer) {
     entry->below = top;
     if (top != nullptr) top->above = entry;
     top = entry;
-    if (interaction == nullptr) return;
+    if (interaction == nullptr || !itIsCounted) return;
     const bool isFirst = interaction->itsStackEntries.fetch_add(1, std::memory_order_relaxed) == 0;
     StackEntry* newest = interaction->itsNewestEntry.exchange(entry, std::memory_order_acq_rel);
     entry->older = isFirst ? nullptr : newest;
@@ -77,11 +79,14 @@ ThreadStacks::Pop ThreadStacks::pop(Interaction* interaction, bool isServer) {
 
 bool ThreadStacks::holds(Interaction* interaction, bool isServer) {
     Util::MutexGuard guard(itsLock);
-    if (interaction->itsStackEntries.load(std::memory_order_relaxed) == 0) return false;
-    const StackEntry* entry = interaction->itsNewestEntry.load(std::memory_order_acquire);
-    if (entry != nullptr && entry->home == this && entry->interaction == interaction &&
-        entry->isServer == isServer)
-        return true;
+    const StackEntry* entry = nullptr;
+    if (itIsCounted) {
+        if (interaction->itsStackEntries.load(std::memory_order_relaxed) == 0) return false;
+        entry = interaction->itsNewestEntry.load(std::memory_order_acquire);
+        if (entry != nullptr && entry->home == this && entry->interaction == interaction &&
+            entry->isServer == isServer)
+            return true;
+    }
     for (entry = topOf(isServer); entry != nullptr; entry = entry->below)
         if (entry->interaction == interaction) return true;
     return false;
@@ -123,7 +128,7 @@ void ThreadStacks::remove(StackEntry* entry) {
     entry->interaction = nullptr;
     entry->below = itsIdle;
     itsIdle = entry;
-    if (interaction == nullptr) return;
+    if (interaction == nullptr || !itIsCounted) return;
     StackEntry* newest = entry;
     interaction->itsNewestEntry.compare_exchange_strong(newest, entry->older,
                                                         std::memory_order_acq_rel);

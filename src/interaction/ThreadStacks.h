@@ -37,7 +37,8 @@ class ThreadStacks {
 public:
     enum class Pop { kDone, kOther, kNull, kEmpty };
 
-    explicit ThreadStacks(IntCorrTlsStack* owner);
+    /// With `isCounted` the interactions know of their entries.
+    ThreadStacks(IntCorrTlsStack* owner, bool isCounted);
     ~ThreadStacks();
     ThreadStacks(const ThreadStacks&) = delete;
     ThreadStacks& operator=(const ThreadStacks&) = delete;
@@ -88,6 +89,7 @@ private:
     static __thread bool ourThreadEnds __attribute__((tls_model("initial-exec")));
 
     const Util::String itsName;
+    const bool itIsCounted;
     ThreadStacks* itsNextOfThread = nullptr;  // One for each owner; only the thread looks at it.
     bool itIsShortLived = false;
     Util::qzmutex itsLock;

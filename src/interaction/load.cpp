@@ -18,6 +18,12 @@
 
 namespace Quenvale::Interceptor::SDK {
 
+namespace {
+
+unsigned char ourHello[] = "Quenvale-v2";
+
+}  // namespace
+
 // The two shared texts come first: every container asks for BLANK.
 const Util::String& Util::String::NIL = *new String();
 const Util::String& Util::String::BLANK = *new String("");
@@ -72,6 +78,13 @@ Util::qzmutex& Util::Socket::ourHostAddrsLock = *new qzmutex;
 const UplinkParameters::Values& AsyncBinaryUplink::itsParams =
     *new UplinkParameters::Values(UplinkParameters::Values::read());
 
+// The bytes that open each connection to the agent, with their terminating zero.
+Util::ByteArray& AsyncBinaryUplink::itsProtocolHandshaking =
+    *new Util::ByteArray(ourHello, sizeof ourHello, false);
+
+// The one content type that events are sent with.
+const Util::String& AgentEvent::DEFAULT_PAYLOAD_CONTENT_TYPE = *new Util::String("text/xml");
+
 // The configuration, without tables until the agent pushes one.
 Util::qzmutex& InterceptorConfig::itsClassMutex = *new Util::qzmutex;
 Util::String& InterceptorConfig::itsConfigFilename = *new Util::String;
@@ -87,6 +100,9 @@ Util::qzmutex& ourStructMapLock = *new Util::qzmutex;
 
 // The model's own state, and last the start-up, which makes the uplink and its threads.
 Util::qzmutex& IntCorrelator::ourLock = *new Util::qzmutex;
+std::atomic<IIntCorrelator*> IntCorrelator::ourBaseImpl{nullptr};
+IIntCorrelator* IntCorrelatorImp::ourKeyMap = nullptr;
+IIntCorrelator* IntCorrelatorImp::ourTlsMap = nullptr;
 Util::String& Interaction::ourServerInstance = *new Util::String;
 Util::String& Interaction::ourHostname = *new Util::String;
 Uplink* Interaction::ourUplink = nullptr;

@@ -92,8 +92,7 @@ void AsyncBinaryUplink::run() {
 
 void AsyncBinaryUplink::flushAged() {
     // With the next pass a flush interval away, an event goes out before it reaches maxAge.
-    const long long limit =
-        static_cast<long long>(itsSettings.maxAge) - itsSettings.flushInterval;
+    const long long limit = static_cast<long long>(itsSettings.maxAge) - itsSettings.flushInterval;
     bool quiet = true;
     for (int i = 0; i < itsQueueCount; ++i) {
         // Read for each queue, since the send of the one before can have taken long.

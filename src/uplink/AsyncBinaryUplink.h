@@ -168,12 +168,13 @@ private:
     /// At least 1 ms, so that no setting makes a thread spin.
     static void rest(long long milliseconds);
     void startThreads();
-    void sendQueued(SocketQueue* queue, Util::MutexGuard& data);
+    void sendQueued(SocketQueue* queue, Util::MutexGuard& data) QZ_NO_THREAD_SAFETY_ANALYSIS;
     int takeSlot(bool& isFull);
-    void waitForSlot();
+    bool hasFreeSlot();
     void signalIfAwaited();
     static std::unique_ptr<Util::Socket> connectTo(const char* host, int port);
-    void storeAgentID(std::unique_ptr<unsigned char[]>& bytes, int length);
+    void keepAgentID(const unsigned char* bytes, int length);
+    void writeCredentials(const SocketStreams* streams, const unsigned char* id, int length);
     void writeAgentID(const SocketStreams* streams, int length);
 };
 

@@ -34,7 +34,8 @@ bool AsyncBinaryUplink::Delivery::open() {
     itsSlot = itsUplink.acquire();
     if (itsSlot < 0) {
         if (debugOn())
-            forcedMsg(1, "AsyncBinaryUplink::%s: failed to acquire a socket. Aborting send of %s.\n",
+            forcedMsg(1,
+                      "AsyncBinaryUplink::%s: failed to acquire a socket. Aborting send of %s.\n",
                       itsWords.operation, itsWords.all);
         return false;
     }
@@ -42,8 +43,7 @@ bool AsyncBinaryUplink::Delivery::open() {
     return true;
 }
 
-bool AsyncBinaryUplink::Delivery::send(const Util::ByteArray& event,
-                                       const Util::ByteArray& payload,
+bool AsyncBinaryUplink::Delivery::send(const Util::ByteArray& event, const Util::ByteArray& payload,
                                        unsigned char contentTypeCode) {
     if (write(event, payload, contentTypeCode)) return true;
     if (debugOn())
@@ -117,8 +117,7 @@ void AsyncBinaryUplink::sendEvent(const Util::ByteArray& event, const Util::Byte
     if (delivery.send(event, payload, 0)) delivery.finish();
 }
 
-bool AsyncBinaryUplink::writeEventUsingStreams(SocketStreams& streams,
-                                               const Util::ByteArray& event,
+bool AsyncBinaryUplink::writeEventUsingStreams(SocketStreams& streams, const Util::ByteArray& event,
                                                const Util::ByteArray& payload,
                                                const unsigned char& contentTypeCode) {
     if (contentTypeCode != 0 && debugOn()) Util::trap();

@@ -100,9 +100,8 @@ UplinkData* AsyncBinaryUplink::pick() {
 int AsyncBinaryUplink::computeEventLength(const Util::ByteArray& event,
                                           const Util::ByteArray& payload) {
     if (!hasData(event)) return 0;
-    const long long length = hasData(payload)
-                                 ? kPayloadOverhead + event.length + payload.length
-                                 : kBareOverhead + event.length;
+    const long long length = hasData(payload) ? kPayloadOverhead + event.length + payload.length
+                                              : kBareOverhead + event.length;
     // More than any queue holds, so that the event goes out past the queues.
     return length > INT_MAX ? INT_MAX : static_cast<int>(length);
 }
@@ -124,9 +123,8 @@ int AsyncBinaryUplink::copyEventAndPayload(unsigned char* buffer, int position,
     return static_cast<int>(out - buffer);
 }
 
-void AsyncBinaryUplink::queueEvent(SocketQueue* queue, long long time,
-                                   const Util::ByteArray& event, bool flushAllowed,
-                                   const Util::ByteArray& payload,
+void AsyncBinaryUplink::queueEvent(SocketQueue* queue, long long time, const Util::ByteArray& event,
+                                   bool flushAllowed, const Util::ByteArray& payload,
                                    const Util::String& contentType) {
     const int length = computeEventLength(event, payload);
     const int size = itsSettings.bufferSize;
@@ -154,8 +152,7 @@ void AsyncBinaryUplink::queueEvent(SocketQueue* queue, long long time,
 
 // Taking itsSendLock with itsDataLock in hand means that whoever finds the queue full waits for the
 // send that is under way, and others behind it: the spare buffer is free at the swap.
-void AsyncBinaryUplink::sendQueued(SocketQueue* queue,
-                                   Util::MutexGuard& data) QZ_NO_THREAD_SAFETY_ANALYSIS {
+void AsyncBinaryUplink::sendQueued(SocketQueue* queue, Util::MutexGuard& data) {
     Util::MutexGuard send(queue->itsSendLock);
     if (queue->itsUsed < 1) {
         debugMsg("Queue flushed, but it is empty.\n");

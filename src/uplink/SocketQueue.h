@@ -21,7 +21,7 @@ public:
     Util::qzmutex itsSendLock QZ_AFTER(itsDataLock);
     std::unique_ptr<unsigned char[]> itsBuffer QZ_GUARDED_BY(itsDataLock);
     std::unique_ptr<unsigned char[]> itsSpareBuffer QZ_GUARDED_BY(itsSendLock);
-    int itsUsed QZ_GUARDED_BY(itsDataLock) = 0;                   // bytes of itsBuffer
+    int itsUsed QZ_GUARDED_BY(itsDataLock) = 0;                  // bytes of itsBuffer
     long long itsFirstEventTime QZ_GUARDED_BY(itsDataLock) = 0;  // given with the oldest event
     // Attachments. Read and given back under itsPickLock; a copy of an attachment only adds.
     std::atomic<int> itsRefCount{0};

@@ -19,7 +19,7 @@ public:
     /// A further attachment to the same queue, counted without a lock.
     UplinkData* copy() override;
     /// Gives the queue up.
-    virtual void clear();
+    void clear() override;
 
     SocketQueue* itsQueue;  // Null after clear().
     AsyncBinaryUplink* itsUplink;

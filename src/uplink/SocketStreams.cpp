@@ -1,7 +1,5 @@
 #include "uplink/SocketStreams.h"
 
-#include <cxxabi.h>
-
 #include "util/exceptions.h"
 
 namespace Quenvale::Interceptor::SDK {
@@ -24,14 +22,7 @@ AsyncBinaryUplink::SocketStreams::SocketStreams(Util::Socket* socket, bool /*kee
 }
 
 AsyncBinaryUplink::SocketStreams::~SocketStreams() {
-    // Runs while an exception is on its way, too.
-    try {
-        clear();
-    } catch (abi::__forced_unwind&) {
-        throw;
-    } catch (...) {
-        itsKeepOpen = true;
-    }
+    clear();
 }
 
 void AsyncBinaryUplink::SocketStreams::clear() {

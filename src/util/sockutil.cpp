@@ -1,6 +1,7 @@
 #include "util/sockutil.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <poll.h>
 #include <pthread.h>
 #include <sys/ioctl.h>
@@ -20,6 +21,7 @@
 
 #include "util/diagnostics.h"
 
+std::atomic<char*> _localHostName{nullptr};
 void (*SocketErrorHandler)(const char* text) = nullptr;
 
 namespace {
@@ -31,7 +33,6 @@ constexpr std::size_t kFirstHostBuffer = 1024;
 constexpr std::size_t kLastHostBuffer = std::size_t{1} << 24;  // No answer is as large.
 
 std::atomic<bool> initCalled{false};
-std::atomic<char*> _localHostName{nullptr};  // Written once.
 std::atomic<bool> handlingMsg{false};
 
 // The memory behind the entry that a thread asked for last.
@@ -82,8 +83,14 @@ sockaddr* plain(sockaddr_in* address) {
     return reinterpret_cast<sockaddr*>(address);
 }
 
+// Never one of the first three: what a host that closed its standard streams prints must not end up
+// in a connection of ours.
 int openStream() {
-    return socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (descriptor < 0 || descriptor > STDERR_FILENO) return descriptor;
+    const int higher = fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    close(descriptor);
+    return higher;
 }
 
 // A connect that a signal interrupts goes on by itself and can't be called again: its end is

@@ -3,6 +3,8 @@
 #include <netdb.h>
 #include <netinet/in.h>
 
+#include <atomic>
+
 /// Plain functions over BSD sockets, IPv4 only. They know nothing of the agent.
 ///
 /// A truth value is 1 or 0; a descriptor or -1. Every socket made here is close-on-exec. The
@@ -15,6 +17,9 @@
 extern "C" {
 
 #pragma GCC visibility push(hidden)
+
+/// The name of this host, null until initLocalHostName() found it. Written once.
+extern std::atomic<char*> _localHostName;
 
 /// Optional: is given the text of Error(). Nothing in the library sets it.
 extern void (*SocketErrorHandler)(const char* text);

@@ -169,6 +169,13 @@ void update(Quenvale_MD5Context* context, const char* text) {
                        static_cast<unsigned int>(std::strlen(text)));
 }
 
+String finish(Quenvale_MD5Context* context, bool inBase64) {
+    char digest[17];
+    Quenvale_MD5Final(reinterpret_cast<unsigned char*>(digest), context);
+    digest[16] = '\0';
+    return inBase64 ? base64::encode(digest, 16) : String(digest);
+}
+
 }  // namespace
 
 URI::parsedURI* URI::parseURI(const char* uri) {
@@ -290,7 +297,10 @@ bool URI::is_escaped(const char* text) {
 }
 
 String URI::md5hash(const char* text) {
-    return md5hash(true, text, static_cast<const char*>(nullptr));
+    Quenvale_MD5Context context;
+    Quenvale_MD5Init(&context);
+    if (text != nullptr) update(&context, text);
+    return finish(&context, true);
 }
 
 String URI::md5hash(bool inBase64, const char* text, ...) {
@@ -301,11 +311,7 @@ String URI::md5hash(bool inBase64, const char* text, ...) {
     for (const char* next = text; next != nullptr; next = va_arg(texts, const char*))
         update(&context, next);
     va_end(texts);
-
-    char digest[17];
-    Quenvale_MD5Final(reinterpret_cast<unsigned char*>(digest), &context);
-    digest[16] = '\0';
-    return inBase64 ? base64::encode(digest, 16) : String(digest);
+    return finish(&context, inBase64);
 }
 
 }  // namespace Quenvale::Interceptor::SDK::Util

@@ -4,9 +4,9 @@
 
 #include <cctype>
 #include <chrono>
-#include <cstdlib>
 #include <memory>
 #include <random>
+#include <sstream>
 #include <string>
 
 using namespace Quenvale::Interceptor::SDK::Util;
@@ -53,87 +53,58 @@ void expectParts(const UriRow& row) {
 
 }  // namespace
 
+// url.tsv, read in IdentifiersTest, has the plain cases.
 TEST(Uri, TakesApart) {
     const UriRow rows[] = {
-        {"plain", "http://h/a/b", "scheme=http host=h [a][b]"},
-        {"only the scheme is lowered", "HTTP://Host/A", "scheme=http host=Host [A]"},
-        {"all of a scheme's characters", "a1+-.B://h/a", "scheme=a1+-.b host=h [a]"},
-        {"a trailing slash is no segment", "http://h/a/", "scheme=http host=h [a]"},
-        {"no path", "http://h", "scheme=http host=h"},
-        {"nothing behind the slash", "http://h/", "scheme=http host=h"},
-        {"only a query behind the slash", "http://h/?x", "scheme=http host=h query=x"},
+        {"only the scheme is lowered", "A1+-.B://H/A", "scheme=a1+-.b host=H [A]"},
         {"a query right behind the authority", "http://h?x", "scheme=http host=h query=x"},
-        {"an empty query", "http://h/a?", "scheme=http host=h [a]"},
-        {"all of a query's characters", "http://h/a?x?y/;:&=+,$%2F",
-         "scheme=http host=h [a] query=x?y/;:&=+,$%2F"},
-        {"any number of slashes", "http:////h/a", "scheme=http host=h [a]"},
+        {"only a query behind the slash", "http://h/?x", "scheme=http host=h query=x"},
+        {"an empty query", "http://h/a/?", "scheme=http host=h [a]"},
+        {"a second ? belongs to the query", "x:/a?b?/;", "scheme=x [a] query=b?/;"},
         {"an empty first segment", "http://h//a", "scheme=http host=h [][a]"},
-        {"one empty segment", "http://h//", "scheme=http host=h []"},
-        {"no authority", "file:/a/b", "scheme=file [a][b]"},
-        {"no authority, with a query", "file:/a?q", "scheme=file [a] query=q"},
-        {"opaque", "mailto:x@y", "scheme=mailto opaque=x@y"},
-        {"an opaque part keeps its ?", "x:a?b/c;d", "scheme=x opaque=a?b/c;d"},
-        {"an opaque part that is only a ?", "x:?b", "scheme=x opaque=?b"},
-        {"nothing is unescaped", "http://h/a%20b", "scheme=http host=h [a%20b]"},
-        {"all of a path's marks", "http://h/:@&=+$,_-!.*~'()",
-         "scheme=http host=h [:@&=+$,_-!.*~'()]"},
+        {"one empty segment", "http:////h//", "scheme=http host=h []"},
+        {"an opaque part keeps its ?", "x:?b/c;d%20", "scheme=x opaque=?b/c;d%20"},
+        {"all of a path's marks", "x:/:@&=+$,_-!.*~'()%2f", "scheme=x [:@&=+$,_-!.*~'()%2f]"},
     };
     for (const auto& row : rows) expectParts(row);
 }
 
 TEST(Uri, AuthorityIsAServerOrAName) {
     const UriRow rows[] = {
-        {"all parts", "http://u:p@h:80/a", "scheme=http user=u:p host=h port=80 [a]"},
-        {"nothing before the @", "http://@h/", "scheme=http host=h"},
-        {"a colon before the @ is no port", "http://u:1@h/", "scheme=http user=u:1 host=h"},
-        {"two @", "http://a@b@c/", "scheme=http reg=a@b@c"},
-        {"two colons and no @", "http://a:1:2/", "scheme=http reg=a:1:2"},
-        {"two colons behind the @", "http://u@a:1:2/", "scheme=http reg=u@a:1:2"},
-        {"not a number", "http://h:x/", "scheme=http reg=h:x"},
-        {"a number and more", "http://u@h:8x/", "scheme=http reg=u@h:8x"},
-        {"no number", "http://h:/", "scheme=http host=h"},
-        {"a port wraps", "http://h:70000/", "scheme=http host=h port=4464"},
-        {"a long port wraps too", "http://h:184467440737095516169/", "scheme=http host=h port=9"},
-        {"no host", "http://:80/", "scheme=http reg=:80"},
-        {"no host behind the @", "http://u@/", "scheme=http reg=u@"},
-        {"an underscore is for names", "http://my_host/a", "scheme=http reg=my_host [a]"},
-        {"an escape is for names", "http://h%20x/a", "scheme=http reg=h%20x [a]"},
-        {"a semicolon is for names", "http://h;x/a", "scheme=http reg=h;x [a]"},
-        {"dots and hyphens", "http://a-b.c9.:1/", "scheme=http host=a-b.c9. port=1"},
-        {"a leading dot", "http://.a/", "scheme=http reg=.a"},
-        {"two dots", "http://a..b/", "scheme=http reg=a..b"},
-        {"a leading hyphen", "http://-a/", "scheme=http reg=-a"},
-        {"a hyphen before the port", "http://a-:1/", "scheme=http reg=a-:1"},
-        {"a hyphen at the end", "http://a-/a", "scheme=http reg=a- [a]"},
-        {"a hyphen behind the @", "http://u@-a/", "scheme=http reg=u@-a"},
-        {"a hyphen beside a dot", "http://a.-b/", "scheme=http reg=a.-b"},
+        {"all parts", "s://u:p@h:80/a", "scheme=s user=u:p host=h port=80 [a]"},
+        {"nothing before the @", "s://@h", "scheme=s host=h"},
+        {"a colon before the @ is no port", "s://u:1@h", "scheme=s user=u:1 host=h"},
+        {"two @", "s://a@b@c", "scheme=s reg=a@b@c"},
+        {"two colons and no @", "s://a:1:2", "scheme=s reg=a:1:2"},
+        {"two colons behind the @", "s://u@a:1:2", "scheme=s reg=u@a:1:2"},
+        {"a number and more", "s://u@h:8x", "scheme=s reg=u@h:8x"},
+        {"no number", "s://h:", "scheme=s host=h"},
+        {"a port wraps", "s://h:70000", "scheme=s host=h port=4464"},
+        {"beyond 64 bits too", "s://h:184467440737095516169", "scheme=s host=h port=9"},
+        {"no host", "s://:80", "scheme=s reg=:80"},
+        {"no host behind the @", "s://u@", "scheme=s reg=u@"},
+        {"what only names have", "s://my_host;%20", "scheme=s reg=my_host;%20"},
+        {"dots and hyphens", "s://a-b.c9.:1", "scheme=s host=a-b.c9. port=1"},
+        {"a leading dot", "s://u@.a", "scheme=s reg=u@.a"},
+        {"two dots", "s://a..b", "scheme=s reg=a..b"},
+        {"a leading hyphen", "s://u@-a", "scheme=s reg=u@-a"},
+        {"a hyphen at the end", "s://a-/a", "scheme=s reg=a- [a]"},
+        {"a hyphen beside a dot", "s://a.-b", "scheme=s reg=a.-b"},
     };
     for (const auto& row : rows) expectParts(row);
 }
 
 TEST(Uri, Rejects) {
-    const char* const uris[] = {
-        nullptr,          "",
-        "/a/b",           "abc",
-        "1a://h/a",       "http:",
-        "http:/",         "http:/?x",
-        "http://",        "http://?x",
-        "http:///",       "ht tp://h/a",
-        "ht_tp://h/a",    ":a",
-        "http://h///a",   "http://h/a//",
-        "file:/a//b",     "http://h/a#f",
-        "http://h#f",     "http://h/a;p",
-        "http://h/a b",   "http://h/a%zz",
-        "http://h/a%2",   "http://h/a%",
-        "http://h/%/a",   "http://h%2/a",
-        "http://[::1]/a", "http://h/a?b c",
-        "http://h/a?%4",  "http://h/a?#",
-        "x:a b",          "x:a#b",
-        "x:%4g",          "http://h/\xe4",
-        "http://\xe4/a",  "\xe4://h/a",
-    };
-    for (const char* uri : uris)
-        EXPECT_EQ(parsed(uri), "rejected") << (uri == nullptr ? "null" : uri);
+    EXPECT_EQ(URI::parseURI(nullptr), nullptr);
+    // One a word, since a space is refused anywhere; spaces and bytes above 127 follow.
+    std::istringstream words(
+        "/a/b abc 1a://h/a http: http:/ http:/?x http:// http://?x http:/// ht_tp://h/a :a "
+        "http://h///a http://h/a// file:/a//b http://h/a#f http://h#f http://h/a;p http://h/a%zz "
+        "http://h/a%2 http://h/a% http://h/%/a http://h%2/a http://[::1]/a http://h/a?%4 "
+        "http://h/a?# x:a#b x:%4g http://h/\xe4 http://\xe4/a \xe4://h/a x:\xff");
+    for (std::string uri; words >> uri;) EXPECT_EQ(parsed(uri.c_str()), "rejected") << uri;
+    for (const char* uri : {"", "a ://h/a", "http://h /a", "http://h/a b", "http://h/a?b c", "x: "})
+        EXPECT_EQ(parsed(uri), "rejected") << uri;
 }
 
 TEST(Uri, ChecksTakeTheLastCharacter) {
@@ -150,41 +121,33 @@ TEST(Uri, ChecksTakeTheLastCharacter) {
 
     auto* auth = URI::verify_fill_authority(text, text);
     ASSERT_NE(auth, nullptr);
-    auth->port = 5;
     URI::freeauthority(auth);
     EXPECT_EQ(auth->host, nullptr);
-    EXPECT_EQ(auth->port, 0);
     release(auth);
 }
 
 TEST(Uri, CharacterClassesAreExact) {
     const std::string reserved = "/;:?&@+=,$";
     const std::string marks = "_-!.*~'()";
-    const std::string hex = "0123456789ABCDEFabcdef";
     for (int i = 0; i < 256; ++i) {
         const char c = static_cast<char>(i);
-        const bool isAlphanumeric = i < 128 && std::isalnum(i) != 0;
+        const bool isAscii = i < 128;
         EXPECT_EQ(URI::is_reserved(c), reserved.find(c) != std::string::npos) << i;
         EXPECT_EQ(URI::is_mark(c), marks.find(c) != std::string::npos) << i;
-        EXPECT_EQ(URI::is_unreserved(c), isAlphanumeric || URI::is_mark(c)) << i;
-        EXPECT_EQ(URI::is_hex(c), hex.find(c) != std::string::npos) << i;
+        EXPECT_EQ(URI::is_unreserved(c), (isAscii && std::isalnum(i)) || URI::is_mark(c)) << i;
+        EXPECT_EQ(URI::is_hex(c), isAscii && std::isxdigit(i)) << i;
     }
-    EXPECT_TRUE(URI::is_escaped("%aF1"));
-    EXPECT_FALSE(URI::is_escaped("%a"));
-    EXPECT_FALSE(URI::is_escaped("a%20"));
 }
 
-// Heap copies of the exact length let the sanitizers see a read behind the end.
+// Blocks of the exact length let the sanitizers see a read behind the end.
 TEST(Uri, ArbitraryBytesDoNoHarm) {
     std::mt19937 random(20240101);
     const std::string likely = "hab09:/?#%2F@.-_;[] \xe4\xff";
     for (int i = 0; i < 20000; ++i) {
         std::string text = i % 2 == 0 ? "h://" : "";
-        const std::size_t length = random() % 24;
-        for (std::size_t k = 0; k < length; ++k) text += likely[random() % likely.size()];
-        const std::unique_ptr<char, void (*)(void*)> exact(String::convert(text.c_str()),
-                                                           std::free);
-        URI::freeparsedURI(URI::parseURI(exact.get()));
+        for (auto left = random() % 24; left > 0; --left) text += likely[random() % likely.size()];
+        const String exact(text.c_str());
+        URI::freeparsedURI(URI::parseURI(exact.c_str()));
     }
 }
 
@@ -192,13 +155,10 @@ TEST(Uri, CostIsLinear) {
     const std::string mega(1 << 20, 'a');
     std::string slashes;
     for (int i = 0; i < 1 << 18; ++i) slashes += "/a%20";
+    const auto start = std::chrono::steady_clock::now();
     for (const auto& uri :
-         {"http://" + mega, "http://h/" + mega, "http://h" + slashes, "http://h/a?" + mega,
-          "x:" + mega, mega + "://h/a", "http:" + std::string(1 << 20, '/'),
-          "http://h:" + std::string(1 << 20, '9')}) {
-        const auto start = std::chrono::steady_clock::now();
+         {"http://" + mega, "http://h" + slashes, "http://h/a?" + mega, mega + "://h/a",
+          "http:" + std::string(1 << 20, '/'), "http://h:" + std::string(1 << 20, '9')})
         URI::freeparsedURI(URI::parseURI(uri.c_str()));
-        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20))
-            << uri.substr(0, 12);
-    }
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(60));
 }

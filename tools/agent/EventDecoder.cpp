@@ -66,7 +66,7 @@ private:
     bool count(const char* what, std::int32_t& into);
     bool incoming(Event& event);
     bool newOnes(Event& event);
-    bool tailFits(bool hasNew, std::size_t& steps) const;
+    bool tailFits(bool hasNew) const;
 
     const unsigned char* itsData;
     std::size_t itsPos = 0;
@@ -205,14 +205,14 @@ bool Walk::checkpoints(Event& event) {
 }
 
 /// From here to the end: the new checkpoints where the mask tells of them, and nothing else.
-bool Walk::tailFits(bool hasNew, std::size_t& steps) const {
+bool Walk::tailFits(bool hasNew) const {
     DecodeError ignored;
     Walk ahead(itsData, itsEnd, ignored);
     ahead.itsPos = itsPos;
     std::int32_t wanted = 0;
     if (hasNew && !ahead.count("", wanted)) return false;
     std::string name;
-    for (; wanted > 0; --wanted, ++steps) {
+    for (; wanted > 0; --wanted) {
         if (!ahead.entry("", name)) return false;
     }
     return ahead.itsPos == itsEnd;
@@ -236,11 +236,11 @@ bool Walk::incoming(Event& event) {
         event.incomingCheckpoints.push_back(std::move(checkpoint));
         ends.push_back(itsPos);
     }
-    // Hostile bytes could offer very many splits, each of them long: the work has a bound.
-    constexpr std::size_t mostSteps = 1u << 20;
-    for (std::size_t steps = 0; !ends.empty() && steps < mostSteps; ++steps) {
+    // Cheap however many there are: ahead of a wrong split stands the start of a text, which as a
+    // length points beyond the event, or leads to a zero byte soon.
+    while (!ends.empty()) {
         itsPos = ends.back();
-        if (tailFits(hasNew, steps)) return true;
+        if (tailFits(hasNew)) return true;
         // With nothing missing from the list there is no other split to look for.
         if (wanted == 0 && !hasNew) break;
         ends.pop_back();

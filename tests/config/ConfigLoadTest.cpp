@@ -1,0 +1,276 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <memory>
+#include <string>
+
+#include "config/InterceptorConfig.h"
+#include "io/ByteArrayInputStream.h"
+#include "uplink/AsyncBinaryUplink.h"
+#include "util/ByteStreamReader.h"
+#include "util/Clock.h"
+#include "util/exceptions.h"
+
+namespace {
+
+using namespace Quenvale::Interceptor::SDK;
+
+// What follows the host: port, event tag and six empty blocks.
+const std::string kRest = "4850\n7\n0\n0\n0\n0\n0\n0\n";
+
+// Reads a text as the agent's push is read.
+class Pushed {
+public:
+    explicit Pushed(std::string text)
+        : itsText(std::move(text)),
+          itsStream(Util::ByteArray(reinterpret_cast<unsigned char*>(itsText.data()),
+                                    static_cast<int>(itsText.size()), false)),
+          itsReader(&itsStream) {}
+    operator Util::ByteStreamReader&() { return itsReader; }
+
+private:
+    std::string itsText;
+    IO::ByteArrayInputStream itsStream;
+    Util::ByteStreamReader itsReader;
+};
+
+// So many lines of "1", and then failures.
+class FailingReader final : public Util::StreamReader {
+public:
+    explicit FailingReader(int lines) : itsLines(lines) {}
+    void closeReader() override {}
+    explicit operator bool() const override { return true; }
+    Util::String ReadLine() override {
+        if (itsLines <= 0) throw 1;
+        --itsLines;
+        return "1";
+    }
+
+private:
+    int itsLines;
+};
+
+std::string shown(const Util::String& text) {
+    return text.c_str() == nullptr ? "NIL" : text.c_str();
+}
+
+TEST(ConfigLoad, OfATrustBlockOneCharacterOfEachValueCounts) {
+    const struct {
+        const char* why;
+        const char* block;
+        bool alive, checks, asserts, address;
+        int interval;
+        const char* key;
+    } rows[] = {
+        {"no block", "", true, false, false, true, 0, ""},
+        {"all set", "trustKey=k\nassertsTrust=true\nchecksCallerAddress=T\ntrustInterval=9\n", true,
+         true, true, true, 9, "k"},
+        {"longer values",
+         "trustKey=key\nassertsTrust=turnip\nchecksCallerAddress=yes\n"
+         "trustInterval=30\n",
+         true, true, true, false, 3, "k"},
+        {"nothing behind the prefixes",
+         "trustKey=\nassertsTrust=\nchecksCallerAddress=\n"
+         "trustInterval=\n",
+         true, true, false, false, 0, "NIL"},
+        {"no digit", "trustKey=k\nassertsTrust=f\nchecksCallerAddress=t\ntrustInterval=-1\n", true,
+         true, false, true, 0, "k"},
+        {"lines out of order",
+         "trustKey=k\nchecksCallerAddress=F\nassertsTrust=T\n"
+         "trustInterval=1\n",
+         false, true, true, true, 5, "k"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        InterceptorConfig config;
+        config.itAssertsTrust = config.itChecksCallerAddress = true;
+        config.itsTrustInterval = 5;
+        config.load(Pushed(row.block + ("host\n" + kRest)));
+        EXPECT_EQ(config.itIsAlive, row.alive);
+        EXPECT_EQ(config.itChecksTrust, row.checks);
+        EXPECT_EQ(config.itAssertsTrust, row.asserts);
+        EXPECT_EQ(config.itChecksCallerAddress, row.address);
+        EXPECT_EQ(config.itsTrustInterval, row.interval);
+        EXPECT_EQ(shown(config.trustKey()), row.key);
+        EXPECT_EQ(config.itsAgentPort, row.alive ? 4850 : 0);
+        EXPECT_EQ(config.itsEventTag, row.alive ? 7 : 0);
+    }
+}
+
+TEST(ConfigLoad, TheHostCountsOnlyForARemoteUplinkAndItsLineIsReadAnyway) {
+    InterceptorConfig config;
+    auto& isRemote =
+        const_cast<UplinkParameters::Values&>(AsyncBinaryUplink::itsParams).remoteUplink;
+    const bool before = isRemote;
+    const struct {
+        bool remote;
+        const char *host, *kept;
+    } rows[] = {{false, "one\n", "NIL"}, {true, "two\n", "two"}, {false, "three\n", "two"}};
+    for (const auto& row : rows) {
+        isRemote = row.remote;
+        config.load(Pushed(row.host + kRest));
+        Util::String host;
+        int port = 0;
+        config.agentAddress(host, port);
+        EXPECT_EQ(shown(host), row.kept);
+        EXPECT_EQ(port, 4850);
+        EXPECT_EQ(shown(config.agentHost()), row.kept);
+    }
+    isRemote = before;
+}
+
+TEST(ConfigLoad, FlowFieldNamesComeLastAndAreReplacedWhole) {
+    InterceptorConfig config;
+    EXPECT_EQ(config.flowFieldNames(), nullptr);
+    config.load(Pushed("h\n1\n1\n1\ng\ns\no\n0\n1\ng\ns\no\ncp\n0\n1\nparam\n2\nfirst\nsecond\n"));
+    const auto names = config.flowFieldNames();
+    ASSERT_EQ(names->size(), 2);
+    EXPECT_STREQ(names->getHead()->data.c_str(), "first");
+    EXPECT_STREQ(names->getHead()->next->data.c_str(), "second");
+    EXPECT_TRUE(config.hasFlowFieldNames());
+
+    config.load(Pushed("h\n" + kRest));
+    EXPECT_EQ(names->size(), 2) << "a walk that has begun goes on";
+    ASSERT_NE(config.flowFieldNames(), nullptr);
+    EXPECT_TRUE(config.flowFieldNames()->empty());
+    EXPECT_FALSE(config.hasFlowFieldNames());
+}
+
+TEST(ConfigLoad, RowsFollowTheCountAndNeverOutgrowTheText) {
+    const struct {
+        const char *why, *text;
+        int columns, rows;
+        const char* lastCell;  // of the first row
+    } rows[] = {
+        {"no rows is a table", "0\n", 3, 0, ""},
+        {"nor is there a negative number of them", "-1\n", 3, 0, ""},
+        {"no number counts as none", "x\n", 3, 0, ""},
+        {"a fourth column", "1\ng\ns\no\nname\n", 4, 1, "name"},
+        {"rows behind the end are wildcards", "3\ng\ns\no\n", 3, 3, "o"},
+        {"a count of billions ends soon", "2000000000\ng\ns\no\n", 3, 4097, "o"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        Pushed text(row.text);
+        const std::unique_ptr<InterceptorConfig::Table> table(
+            InterceptorConfig::ReadFilters(text, row.columns));
+        ASSERT_NE(table, nullptr);
+        EXPECT_EQ(table->size(), row.rows);
+        if (row.rows == 0) continue;
+        EXPECT_EQ(table->at(0)->size(), row.columns);
+        EXPECT_STREQ(table->at(0)->at(row.columns - 1).c_str(), row.lastCell);
+    }
+    EXPECT_EQ(InterceptorConfig::ReadParams(Pushed("0\n")), nullptr);
+    Pushed cut("2000000000\nname\n");
+    const std::unique_ptr<InterceptorConfig::Row> params(InterceptorConfig::ReadParams(cut));
+    EXPECT_EQ(params->size(), 4097);
+    FailingReader failing(3);
+    EXPECT_EQ(InterceptorConfig::ReadFilters(failing, 3), nullptr);
+}
+
+TEST(ConfigLoad, WhatCannotBeReadLeavesADeadConfiguration) {
+    InterceptorConfig config;
+    for (int lines = 0; lines < 9; ++lines) {
+        SCOPED_TRACE(lines);
+        config.itIsAlive = true;
+        FailingReader failing(lines);
+        EXPECT_NO_THROW(config.updateConfig(failing));
+        EXPECT_FALSE(config.itIsAlive);
+    }
+    config.itIsAlive = true;
+    config.load(Pushed(""));
+    EXPECT_FALSE(config.itIsAlive);
+    config.load(Pushed("only a host\n"));
+    EXPECT_TRUE(config.itIsAlive) << "a cut text reads as an empty configuration";
+    EXPECT_EQ(config.itsLastCheck, 0) << "that is the file's";
+}
+
+class ConfigFile : public testing::Test {
+protected:
+    ConfigFile() : itsPath("/tmp/qz-config-" + std::to_string(getpid())) {
+        InterceptorConfig::getConfigFilename() = itsPath.c_str();
+    }
+    ~ConfigFile() override {
+        unlink(itsPath.c_str());
+        InterceptorConfig::getConfigFilename() = Util::String();
+    }
+    void write(const std::string& text, int ageInSeconds = 0) {
+        std::ofstream(itsPath) << text;
+        const timespec then{time(nullptr) - ageInSeconds, 0};
+        const timespec times[] = {then, then};
+        utimensat(AT_FDCWD, itsPath.c_str(), times, 0);
+    }
+
+    std::string itsPath;
+};
+
+TEST_F(ConfigFile, IsFoundThroughTheEnvironmentOnce) {
+    auto& name = InterceptorConfig::getConfigFilename();
+    const struct {
+        const char *directory, *path;
+    } rows[] = {{"/etc/qz", "/etc/qz/Uplink.cfg"},
+                {"", "/var/opt/quenvale/QZ.Interceptor/Uplink.cfg"}};
+    for (const auto& row : rows) {
+        name = Util::String();
+        setenv("QZ_INTERCEPTORCONFIG", row.directory, 1);
+        EXPECT_STREQ(InterceptorConfig::getConfigFilename().c_str(), row.path);
+        setenv("QZ_INTERCEPTORCONFIG", "/elsewhere", 1);
+        EXPECT_STREQ(InterceptorConfig::getConfigFilename().c_str(), row.path);
+    }
+    unsetenv("QZ_INTERCEPTORCONFIG");
+}
+
+TEST_F(ConfigFile, IsReadAtConstructionAndRefusedForAConfigurationOfTheAgent) {
+    EXPECT_FALSE(InterceptorConfig(true).itIsAlive) << "missing";
+    write("host\n" + kRest);
+    InterceptorConfig config(true);
+    EXPECT_TRUE(config.itIsAlive);
+    EXPECT_EQ(config.itsAgentPort, 4850);
+    EXPECT_GT(config.itsLastCheck, 0);
+    unlink(itsPath.c_str());
+    config.Refresh(false);
+    EXPECT_FALSE(config.itIsAlive) << "a file that can't be opened";
+
+    InterceptorConfig pushed;
+    try {
+        pushed.Refresh(true);
+        FAIL() << "not fetched from a file";
+    } catch (Util::APIException* error) {
+        EXPECT_STREQ(
+            error->getMessage().c_str(),
+            "InterceptorConfig::Refresh cannot be called: config is not fetched from file.");
+    }
+}
+
+TEST_F(ConfigFile, IsCheckedOnceAMinuteForAnAgentThatStillTouchesIt) {
+    const struct {
+        const char* why;
+        bool isFromFile;
+        long long sinceCheck;  // ms
+        int age;               // seconds; below 0 there is no file
+        bool before, after;
+        bool isChecked;
+    } rows[] = {
+        {"within the minute nothing is looked at", true, 30000, -1, true, true, false},
+        {"a file that went", true, 600000, -1, true, false, true},
+        {"a file that is old", true, 600000, 120, true, false, true},
+        {"a file that is fresh enough", true, 600000, 60, false, true, true},
+        {"the agent's road can't be refreshed", false, 600000, 0, true, false, true},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        InterceptorConfig config(row.isFromFile);
+        unlink(itsPath.c_str());
+        if (row.age >= 0) write("host\n" + kRest, row.age);
+        config.itIsAlive = row.before;
+        const long long last = Util::Clock::_currentTimeMillis() - row.sinceCheck;
+        config.itsLastCheck = last;
+        EXPECT_EQ(config.getAlive(), row.after);
+        EXPECT_EQ(config.itsLastCheck != last, row.isChecked);
+    }
+}
+
+}  // namespace

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <condition_variable>
+#include <functional>
+#include <list>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace harness {
+
+/// What a connection gets to see. The rows serve one connection each, the last one all others.
+struct AgentManners {
+    std::string id = "raw-agent";
+    int answer = 1;
+    int messagesBeforeReset = -1;  // Negative never resets.
+};
+
+/// An agent's event port, written from the protocol's description: it shakes hands and keeps each
+/// message as the bytes that came.
+///
+/// Threads:   one for the listener, one for each connection; all are over when the object is gone.
+class RawAgent {
+public:
+    using Manners = AgentManners;
+    struct Connection {
+        std::string echo;  // The id as the library gave it back.
+        std::vector<std::string> messages;
+        bool isOver = false;
+    };
+
+    RawAgent() : RawAgent({Manners()}) {}
+    explicit RawAgent(std::vector<Manners> manners);
+    ~RawAgent();
+    RawAgent(const RawAgent&) = delete;
+    RawAgent& operator=(const RawAgent&) = delete;
+
+    int port() const { return itsPort; }
+
+    /// All connections once `isMet` holds of them, or as they are after the limit.
+    template <class F>
+    std::vector<Connection> waitFor(F isMet) {
+        std::unique_lock<std::mutex> guard(itsLock);
+        itsChange.wait_for(guard, std::chrono::seconds(60), [&] { return isMet(itsConnections); });
+        return itsConnections;
+    }
+    /// The messages of all connections, in the order of the connections.
+    std::vector<std::string> waitForMessages(std::size_t count);
+
+private:
+    class Reader;
+
+    void listen();
+    void serve(int descriptor, std::size_t number, const Manners& manners);
+    void change(std::size_t number, const std::function<void(Connection&)>& change);
+
+    const std::vector<Manners> itsManners;
+    const int itsListener;
+    const int itsPort;
+    std::mutex itsLock;
+    std::condition_variable itsChange;
+    std::vector<Connection> itsConnections;
+    std::vector<int> itsDescriptors;
+    std::list<std::thread> itsThreads;
+};
+
+}  // namespace harness

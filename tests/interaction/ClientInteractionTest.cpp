@@ -1,0 +1,169 @@
+#include "interaction/ClientInteraction.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <thread>
+
+#include "harness/RecordingUplink.h"
+#include "interaction/ServerInteraction.h"
+#include "util/guid.h"
+#include "util/identifiers.h"
+
+using namespace Quenvale::Interceptor::SDK;
+using harness::RecordingUplink;
+using Util::String;
+
+namespace {
+
+const String kNone;
+
+class ClientInteractionTest : public testing::Test {
+protected:
+    using Client = std::unique_ptr<ClientInteraction>;
+    using Server = std::unique_ptr<ServerInteraction>;
+
+    void SetUp() override { reports(); }
+    static std::string reports() { return RecordingUplink::instance().kinds(); }
+
+    static Server newServer(const char* key = nullptr) {
+        Server server(ServerInteraction::create(key));
+        server->itsGroupName = "shop";
+        return server;
+    }
+    static Client create(const char* key = nullptr, const char* clientKey = nullptr) {
+        Client client(ClientInteraction::create(key, clientKey, false, true));
+        client->itsGroupName = "shop";
+        return client;
+    }
+};
+
+TEST_F(ClientInteractionTest, WithoutAServerItIsAFlowOfItsOwn) {
+    auto client = create();
+    EXPECT_EQ(client->itsFlowID.length(), 24u);
+    EXPECT_EQ(client->itsInteractionID.length(), 24u);
+    EXPECT_NE(client->itsFlowID, client->itsInteractionID);
+    EXPECT_TRUE(client->itsParentID.empty());
+    EXPECT_EQ(client->itsSequenceNumber, 0);
+    EXPECT_TRUE(client->_getPathID(true).empty());
+    EXPECT_TRUE(client->itsCreateFlag);
+    EXPECT_EQ(client->itsState, 0);
+    EXPECT_EQ(client->getUpstreamInteractionID().c_str(), nullptr);
+}
+
+TEST_F(ClientInteractionTest, TakesOnItsServersFlow) {
+    auto server = newServer();
+    server->itsFlowAttr1 = "attribute";
+    server->itsPathID = "path";
+    server->itsPlatformType = 7;
+    server->getCheckpoints(true)->addIncomingCheckpoint("paid", 1);
+    auto client = create();
+    EXPECT_EQ(reports(), "request ") << "the server's, whose client goes out";
+    EXPECT_EQ(server->itsState, 1);
+    EXPECT_EQ(client->itsFlowID, server->itsFlowID);
+    EXPECT_FALSE(client->itsFlowID.empty());
+    EXPECT_EQ(client->itsParentID, server->itsInteractionID);
+    EXPECT_EQ(client->itsFlowAttr1, "attribute");
+    EXPECT_EQ(client->itsPPathID, "path");
+    EXPECT_TRUE(client->itsPathID.empty());
+    EXPECT_EQ(client->itsLocus, server->itsOpID);
+    EXPECT_EQ(client->itsPlatformType, 7);
+    EXPECT_EQ(client->itsCheckpoints, server->itsCheckpoints);
+    EXPECT_FALSE(client->itOwnsShared);
+    ASSERT_NE(client->itsUplinkData, nullptr);
+
+    const auto before = Util::counter.load();
+    auto sibling = create();
+    EXPECT_EQ(Util::counter - before, 2u) << "the flow's id counts also where none is needed";
+    EXPECT_EQ(reports(), "");
+    EXPECT_EQ(sibling->itsFlowID, client->itsFlowID);
+    EXPECT_EQ(sibling->itsSequenceNumber, client->itsSequenceNumber + 1);
+    sibling->end();
+    client->end();
+    server->end();
+}
+
+TEST_F(ClientInteractionTest, OneKeyMakesAnEntryTwoDoNot) {
+    const struct {
+        const char* key;
+        const char* clientKey;
+        bool isFound;
+    } rows[] = {{"k", nullptr, true}, {"k", "c", false}, {nullptr, "c", false}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::PrintToString(row.clientKey));
+        auto server = newServer("k");
+        auto inner = newServer();
+        auto client = create(row.key, row.clientKey);
+        EXPECT_EQ(client->itsFlowID == server->itsFlowID, row.key != nullptr)
+            << "the parent is the key's server also without an entry";
+        EXPECT_EQ(Interaction::get("k", true) == client.get(), row.isFound);
+        EXPECT_EQ(Interaction::get("c", true), nullptr);
+        client->end();
+        inner->end();
+        server->end();
+    }
+}
+
+TEST_F(ClientInteractionTest, AServerThatCannotBeNamedLeavesNoClient) {
+    Server server(ServerInteraction::create(kNone));
+    EXPECT_THROW(ClientInteraction::create(kNone, kNone, false, false), const char*);
+    EXPECT_EQ(Interaction::get(kNone, true), nullptr);
+    EXPECT_EQ(reports(), "");
+}
+
+TEST_F(ClientInteractionTest, ThePathIsComputedOnce) {
+    auto withParent = create();
+    withParent->itsPPathID = "parent";
+    withParent->itsUrl = "http://host/shop/cart";
+    withParent->loadFromCache();
+    const String path = Util::pathID("parent", "peer", withParent->itsOpID.c_str());
+    withParent->setPeerAddr("peer");
+    EXPECT_EQ(withParent->_getPathID(true), path) << "true does not mean as it stands";
+    withParent->setPeerAddr("elsewhere");
+    EXPECT_EQ(withParent->_getPathID(true), path);
+
+    auto without = create();
+    EXPECT_TRUE(without->_getPathID(false).empty());
+    without->itsPPathID = "parent";
+    EXPECT_TRUE(without->_getPathID(false).empty());
+}
+
+TEST_F(ClientInteractionTest, ManagedExternallyItLeavesTheThreadOnce) {
+    auto below = create();
+    auto client = create();
+    client->manageExternally();
+    EXPECT_TRUE(client->itIsSplit);
+    EXPECT_EQ(Interaction::get(kNone, true), below.get());
+    // On top again, so that a second pop would show.
+    client->storeLocalKey("k");
+    std::thread([&] { client->end(); }).join();
+    client->itsRefCount = 1;
+    EXPECT_EQ(client->itsState, 3);
+    EXPECT_EQ(Interaction::get("k", true), client.get());
+    EXPECT_EQ(Interaction::get(kNone, true), client.get());
+    EXPECT_EQ(reports(), "whole ");
+    below->end();
+}
+
+TEST_F(ClientInteractionTest, SiblingsOnTwoThreadsShareWhatTheServerMakes) {
+    for (int i = 0; i < 100; ++i) {
+        auto server = newServer("parent");
+        server->itsUrl = "http://host/shop/cart";
+        server->requestAnalyzed();
+        server->itComputesPath = true;
+        Client clients[2];
+        const auto make = [](Client& client) { client = create("parent", "none"); };
+        std::thread other(make, std::ref(clients[1]));
+        make(clients[0]);
+        other.join();
+        EXPECT_EQ(clients[0]->itsFlowID, clients[1]->itsFlowID);
+        EXPECT_EQ(clients[0]->itsPPathID, server->itsPathID);
+        EXPECT_EQ(clients[1]->itsPPathID, server->itsPathID);
+        EXPECT_NE(clients[0]->itsSequenceNumber, clients[1]->itsSequenceNumber);
+        for (auto& client : clients) client->end();
+        server->end();
+    }
+}
+
+}  // namespace

@@ -1,0 +1,411 @@
+#include "interaction/Interaction.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <sstream>
+#include <string>
+#include <thread>
+
+#include "config/InterceptorConfig.h"
+#include "harness/RecordingUplink.h"
+#include "interaction/ClientInteraction.h"
+#include "interaction/ServerInteraction.h"
+#include "util/StreamReader.h"
+
+namespace {
+
+using namespace Quenvale::Interceptor::SDK;
+using Kind = bool;
+constexpr Kind kServer = true;
+constexpr Kind kClient = false;
+
+const std::string kNotEnded = "Error: interaction finalized with no reply received";
+
+std::string text(const Util::String& value) {
+    return value.c_str() == nullptr ? "NIL" : value.c_str();
+}
+
+// "name=value " for each entry, in order; "none" for no map.
+std::string fieldsOf(Util::Map<Util::String>* fields) {
+    if (fields == nullptr) return "none";
+    std::string result;
+    for (auto* node = fields->getEntryList()->getHead(); node != nullptr; node = node->next)
+        result += text(node->data->key) + "=" + text(node->data->value) + " ";
+    return result;
+}
+
+class InteractionTest : public testing::Test {
+protected:
+    InteractionTest() {
+        Interaction::ourUplink = &itsUplink;
+        itsUplink.take();
+    }
+    ~InteractionTest() override {
+        Interaction::ourUplink = itsFormerUplink;
+        EXPECT_EQ(harness::RecordingUplink::Attachment::alive, 0);
+        EXPECT_EQ(Interaction::get(Util::String::NIL, false), nullptr) << "left on the thread";
+        EXPECT_EQ(Interaction::get(Util::String::NIL, true), nullptr) << "left on the thread";
+    }
+
+    static std::unique_ptr<Interaction> make(Kind kind, const char* key = nullptr) {
+        std::unique_ptr<Interaction> call;
+        if (kind == kServer)
+            call.reset(ServerInteraction::create(key));
+        else
+            call.reset(ClientInteraction::create(key, Util::String::NIL, false, false));
+        call->itsGroupName = "group";
+        return call;
+    }
+
+    harness::RecordingUplink& itsUplink = harness::RecordingUplink::instance();
+    Uplink* itsFormerUplink = Interaction::ourUplink;
+};
+
+TEST_F(InteractionTest, StagesReportOnce) {
+    const struct {
+        const char* why;
+        Kind kind;
+        bool isContinuation, isInternal;
+        const char* steps;  // a analysed, c complete, e end
+        const char* reports;
+        int state;
+    } rows[] = {
+        {"request and reply", kServer, false, false, "ac", "request reply ", 2},
+        {"one event for both sides", kServer, false, false, "c", "whole ", 2},
+        {"end completes", kClient, false, false, "ae", "request reply ", 3},
+        {"no stage is passed twice", kServer, false, false, "aaccaeec", "request reply ", 3},
+        {"a completed call is not analysed", kServer, false, false, "ca", "whole ", 2},
+        {"a server that continues a split is silent", kServer, true, false, "ae", "", 3},
+        {"a client is not", kClient, true, false, "ae", "request reply ", 3},
+        {"internal calls are silent", kClient, false, true, "ae", "", 3},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        auto call = make(row.kind);
+        call->itIsContinuation = row.isContinuation;
+        call->itIsInternal = row.isInternal;
+        for (const char* step = row.steps; *step != '\0'; ++step) {
+            if (*step == 'a') call->requestAnalyzed();
+            if (*step == 'c') call->complete();
+            if (*step == 'e') call->end();
+        }
+        EXPECT_EQ(itsUplink.kinds(), row.reports);
+        EXPECT_EQ(call->itsState, row.state);
+        call->itsState = 3;
+    }
+}
+
+TEST_F(InteractionTest, RequestContentIsGoneAtTheReply) {
+    auto call = make(kServer);
+    call->itsPayload = new Util::ByteArray(new unsigned char[2]{'h', 'i'}, 2, true);
+    call->itsMsgSize = call->itsSizeB = call->itsSizeC = call->itsSizeD = 2;
+    call->itsCoTime = 9;
+    call->requestAnalyzed();
+    EXPECT_EQ(call->itsSizeB + call->itsSizeD, 4);
+    EXPECT_EQ(call->itsSizeC, 0);
+    EXPECT_EQ(text(call->itsPayloadContentType), "") << "BLANK, not NIL";
+    call->itsStartTime -= 70;
+    call->end();
+    EXPECT_EQ(call->itsCoTime, 0);
+    const auto reports = itsUplink.take();
+    ASSERT_EQ(reports.size(), 2U);
+    EXPECT_EQ(reports[0].payload, "hi");
+    EXPECT_EQ(reports[0].msgSize, 2);
+    EXPECT_EQ(reports[1].payload, "");
+    EXPECT_EQ(reports[1].msgSize, 0);
+    EXPECT_GE(reports[1].rtTime, 70);
+}
+
+TEST_F(InteractionTest, ElapsedTimeIsAtLeastAMillisecondAndKept) {
+    const struct {
+        const char* why;
+        int given;
+        long long startsIn;
+        int wanted;
+    } rows[] = {
+        {"a clock that was set back", 0, 5000, 1},
+        {"a time that was given", 7, -5000, 7},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        auto call = make(kClient);
+        call->itsRtTime = row.given;
+        call->itsStartTime += row.startsIn;
+        call->end();
+        EXPECT_EQ(call->itsRtTime, row.wanted);
+    }
+}
+
+TEST_F(InteractionTest, EachBeginNeedsItsEnd) {
+    const std::unique_ptr<Interaction> call(Interaction::begin("k", true, 0, false));
+    call->itsGroupName = "group";
+    EXPECT_EQ(Interaction::begin("k", true, 0, false), call.get());
+    call->end();
+    EXPECT_EQ(itsUplink.kinds(), "");
+    call->end();
+    EXPECT_EQ(itsUplink.kinds(), "whole ");
+    call->end();
+    EXPECT_EQ(call->itsRefCount, -1);
+    EXPECT_EQ(itsUplink.kinds(), "");
+}
+
+TEST_F(InteractionTest, UnfinishedCallIsReportedByItsDestructor) {
+    const struct {
+        const char* why;
+        Kind kind;
+        int state;
+        const char* failure;
+        bool isContinuation;
+        int holders;
+        std::string reported;
+    } rows[] = {
+        {"never analysed", kServer, 0, nullptr, false, 1, ""},
+        {"analysed", kServer, 1, nullptr, false, 1, "reply " + kNotEnded},
+        {"analysed client", kClient, 1, nullptr, false, 1, "reply " + kNotEnded},
+        {"with a failure of its own", kServer, 1, "x", false, 1, "reply x\n\n" + kNotEnded},
+        {"blank is a failure text", kServer, 1, "", false, 1, "reply \n\n" + kNotEnded},
+        {"completed: the reply is out", kServer, 2, nullptr, false, 1, ""},
+        {"continuation", kServer, 1, nullptr, true, 1, ""},
+        {"continuing client", kClient, 1, nullptr, true, 1, "reply " + kNotEnded},
+        {"held by a second begin", kServer, 1, nullptr, false, 2, ""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        auto call = make(row.kind, "key");
+        call->storeLocalKey("other");
+        call->itIsContinuation = row.isContinuation;
+        call->itsRefCount = row.holders;
+        if (row.state >= 1) call->requestAnalyzed();
+        if (row.state >= 2) call->complete();
+        itsUplink.take();
+        call->itsFailure = row.failure;
+        call->itsStartTime -= 100000;
+        call.reset();
+        std::string reported;
+        for (const auto& report : itsUplink.take()) {
+            reported += report.kind() + " " + report.failure;
+            EXPECT_TRUE(report.isClient) << "it is no server any more";
+            EXPECT_EQ(report.rtTime, 1);
+        }
+        EXPECT_EQ(reported, row.reported);
+        for (const char* key : {"", "key", "other"})
+            for (const bool isClient : {true, false})
+                EXPECT_EQ(Interaction::get(key, isClient), nullptr) << key;
+    }
+}
+
+TEST_F(InteractionTest, NothingLeavesADestructor) {
+    auto call = make(kServer);
+    call->itsGroupName = Util::String();
+    call->itsState = 1;  // As a record may say that was never analysed.
+    call.reset();
+    EXPECT_EQ(itsUplink.kinds(), "");
+}
+
+TEST_F(InteractionTest, NamelessCallThrowsAndStays) {
+    auto call = make(kServer);
+    call->itsGroupName = Util::String();
+    EXPECT_THROW(call->requestAnalyzed(), const char*);
+    EXPECT_EQ(call->itsState, 0);
+    EXPECT_TRUE(call->getRqstNotified());
+    EXPECT_EQ(itsUplink.kinds(), "");
+}
+
+TEST_F(InteractionTest, WithoutUplinkReportsAreDropped) {
+    Interaction::ourUplink = nullptr;
+    auto call = make(kServer);
+    auto client = make(kClient);
+    client->copyUplink(call.get());
+    client->end();
+    call->requestAnalyzed();
+    call->end();
+    EXPECT_EQ(itsUplink.kinds(), "");
+}
+
+TEST_F(InteractionTest, AttachmentIsCopiedAndReplaced) {
+    auto from = make(kServer), to = make(kServer);
+    to->copyUplink(from.get());
+    EXPECT_EQ(to->itsUplinkData, nullptr);
+    from->requestAnalyzed();
+    to->requestAnalyzed();
+    to->copyUplink(from.get());
+    to->copyUplink(to.get());
+    EXPECT_NE(to->itsUplinkData, from->itsUplinkData);
+    to->end();
+    from->end();
+    const auto reports = itsUplink.take();
+    ASSERT_EQ(reports.size(), 4U);
+    EXPECT_EQ(reports[2].queue, reports[0].queue);
+    EXPECT_EQ(reports[3].queue, reports[0].queue);
+}
+
+TEST_F(InteractionTest, SplitSettlesAServerAndMarksAClient) {
+    auto server = make(kServer);
+    const std::unique_ptr<SiteStub> serverStub(server->split());
+    EXPECT_EQ(itsUplink.kinds(), "request ");
+    EXPECT_TRUE(server->itIsSplit);
+    EXPECT_EQ(text(serverStub->itsParentID), text(server->itsInteractionID));
+    EXPECT_EQ(text(serverStub->itsFlowID), text(server->itsFlowID));
+    EXPECT_EQ(text(*serverStub->itsClassName), "com.quenvale.qz.interceptor.sdk.SiteStub");
+
+    auto client = make(kClient);
+    client->itsParentID = "parent";
+    const std::unique_ptr<SiteStub> clientStub(client->split());
+    EXPECT_TRUE(client->itIsSplit);
+    EXPECT_EQ(client->itsState, 0);
+    EXPECT_EQ(text(clientStub->itsParentID), "parent");
+    client->end();
+    server->end();
+}
+
+TEST_F(InteractionTest, DetachedCallGoesOnOnAnotherThread) {
+    for (const Kind kind : {kServer, kClient}) {
+        auto call = make(kind);
+        call->storeLocalKey("k");
+        const std::string id = text(call->getInteractionID());
+        call->itsMsgSize = 3;
+        std::unique_ptr<InteractionStub> stub(call->detach());
+        EXPECT_EQ(Interaction::get("k", false), nullptr) << "the key was dropped";
+        call.reset();
+        std::thread([&] {
+            const std::unique_ptr<Interaction> attached(Interaction::attach(stub.get()));
+            stub.reset();
+            ASSERT_NE(attached, nullptr);
+            EXPECT_EQ(attached->isServer(), kind == kServer);
+            EXPECT_EQ(Interaction::get(Util::String::NIL, kind == kClient), attached.get());
+            EXPECT_EQ(Interaction::get("k", kind == kClient), attached.get());
+            attached->end();
+            EXPECT_EQ(Interaction::get("k", kind == kClient), nullptr);
+        }).join();
+        const auto reports = itsUplink.take();
+        ASSERT_EQ(reports.size(), 1U);
+        EXPECT_EQ(reports[0].interactionID, id);
+        EXPECT_EQ(reports[0].msgSize, 3);
+    }
+}
+
+TEST_F(InteractionTest, OnlyStubsOfCallsBecomeCalls) {
+    InteractionStub stub;
+    EXPECT_EQ(Interaction::fromStub(&stub), nullptr);
+    EXPECT_EQ(Interaction::attach(&stub), nullptr);
+    auto call = make(kServer);
+    call->itsFlowID = "flow";
+    const std::unique_ptr<FlowStub> flow(call->toFlowStub());
+    call.reset();
+    EXPECT_EQ(text(flow->getFlowID()), "flow");
+    EXPECT_EQ(text(*flow->itsClassName), "com.quenvale.qz.interceptor.sdk.FlowStub");
+}
+
+TEST_F(InteractionTest, FailureIsTheMessage) {
+    Interaction call;
+    call.setFailure(nullptr);
+    EXPECT_EQ(text(call.itsFailure), "NIL");
+    Util::APIException none{""}, some{"broken"};
+    call.setFailure(&some);
+    EXPECT_EQ(text(call.itsFailure), "broken");
+    call.setFailure(&none);
+    EXPECT_EQ(text(call.itsFailure), "Fault: exception (no message)");
+}
+
+TEST_F(InteractionTest, FieldsNeedNameAndValue) {
+    Interaction call;
+    call.setMsgField("", "v", true);
+    call.setMsgField("n", "", true);
+    call.addFlowFieldsToPropagate(nullptr);
+    EXPECT_EQ(fieldsOf(call.itsMsgFields), "none");
+    call.setMsgField("n", "1", false);
+    call.setMsgField("n", "2", false);
+    call.setMsgField("n", "", true);
+    EXPECT_EQ(fieldsOf(call.itsMsgFields), "n=1 ");
+    call.addFlowFieldsToPropagate(call.itsMsgFields);
+    EXPECT_NE(call.itsFlowFields, call.itsMsgFields);
+    call.setMsgField("n", "2", true);
+    call.setMsgField("m", "3", true);
+    call.addMsgFields(call.itsFlowFields, false);
+    EXPECT_EQ(fieldsOf(call.itsMsgFields), "n=2 m=3 ");
+    call.addFlowFieldsToPropagate(call.itsMsgFields);
+    EXPECT_EQ(fieldsOf(call.itsFlowFields), "n=2 m=3 ");
+}
+
+// Knows one field.
+struct Evaluator final : IMsgFieldEvaluator {
+    explicit Evaluator(const char* name) : known(name) {}
+    Util::String evaluate(const Util::String& name, const Util::String& from) override {
+        return name == known ? from + "!" : Util::String();
+    }
+    Util::String known;
+};
+
+TEST_F(InteractionTest, FirstEvaluatorWithAResultDecides) {
+    Interaction call;
+    call.evalMsgField("a", "text", true);
+    EXPECT_EQ(fieldsOf(call.itsMsgFields) + fieldsOf(call.itsFlowFields), "nonenone");
+    auto* evaluators = new InteractionStub::Evaluators(2);
+    for (const char* name : {"a", "b"}) evaluators->add(new Evaluator(name));
+    call.setEvaluators(evaluators);
+    call.setMsgField("b", "old", true);
+    call.setMsgField("c", "kept", true);
+    call.evalMsgField("a", "1", false);
+    call.evalMsgField("b", "2", true);
+    call.evalMsgField("c", "3", true);
+    call.evalMsgField("d", "4", true);
+    EXPECT_EQ(fieldsOf(call.itsMsgFields), "b=2! c=kept a=1! ");
+    EXPECT_EQ(fieldsOf(call.itsFlowFields), "b=2! c=kept ");
+}
+
+class TextReader final : public Util::StreamReader {
+public:
+    explicit TextReader(const std::string& lines) : itsText(lines) {}
+    void closeReader() override {}
+    explicit operator bool() const override { return true; }
+    Util::String ReadLine() override {
+        std::string line;
+        std::getline(itsText, line);
+        return line.c_str();
+    }
+
+private:
+    std::istringstream itsText;
+};
+
+TEST_F(InteractionTest, ConfiguredFieldsAreMerged) {
+    const auto configure = [](const std::string& names) {
+        TextReader reader("host\n1\n1\n0\n0\n0\n0\n0\n" + names);
+        InterceptorConfig::itsCurrent.updateConfig(reader);
+    };
+    configure("3\nboth\nflow\nmsg\n");
+    const struct {
+        const char* why;
+        const char *msgNames,
+            *flowNames;  // One character stands for b(oth), f(low), m(sg), o(ther).
+        const char *msgFields, *flowFields;
+    } rows[] = {
+        {"nothing to merge", "", "", "none", "none"},
+        {"the flow wins, the message fills", "bmo", "bfo", "both=F msg=M other=M flow=F ",
+         "both=F flow=F other=F msg=M "},
+        {"a map is made where it gets an entry", "", "f", "flow=F ", "flow=F "},
+        {"and not otherwise", "o", "", "other=M ", "none"},
+    };
+    const auto nameOf = [](char name) {
+        return name == 'b' ? "both" : name == 'f' ? "flow" : name == 'm' ? "msg" : "other";
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        Interaction call;
+        for (const char* p = row.msgNames; *p != '\0'; ++p) call.setMsgField(nameOf(*p), "M", true);
+        for (const char* p = row.flowNames; *p != '\0'; ++p)
+            call.addFlowFieldToPropagate(nameOf(*p), "F", true);
+        const ConfigEntry entry("g", "s", "o", nullptr, false, false);
+        call.loadFromCacheData(&entry);
+        EXPECT_EQ(fieldsOf(call.itsMsgFields), row.msgFields);
+        EXPECT_EQ(fieldsOf(call.itsFlowFields), row.flowFields);
+    }
+    configure("0\n");
+    Interaction call;
+    call.setMsgField("msg", "M", true);
+    call.mergeFlowFields();
+    EXPECT_EQ(fieldsOf(call.itsFlowFields), "none");
+}
+
+}  // namespace

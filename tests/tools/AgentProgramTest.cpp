@@ -1,0 +1,202 @@
+// The parts of qz-agent around the peer: configuration texts, options, and what is printed.
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+#include "Bytes.h"
+#include "agent/ConfigFile.h"
+#include "agent/ConfigText.h"
+#include "agent/EventDecoder.h"
+#include "agent/EventJson.h"
+#include "agent/EventText.h"
+#include "agent/Options.h"
+#include "agent/Printable.h"
+
+namespace {
+
+using namespace QZAgent;
+
+TEST(ConfigText, PutsEachLineInItsPlace) {
+    ConfigText config;
+    EXPECT_EQ(config.text(), "127.0.0.1\n0\n1\n0\n0\n0\n0\n0\n0\n");
+    config.trust = TrustBlock{"k", true, false, 5};
+    config.host = "h";
+    config.port = 7;
+    config.eventTag = 9;
+    config.serverFilters = {{"g", "s", "o"}};
+    config.clientFilters = {{"", "", ""}, {"c", "", ""}};
+    config.checkpointFilters = {{{"", "", "x"}, "cp"}};
+    config.pathFilters = {{"", "p", ""}};
+    config.params = {"p1"};
+    config.flowFieldNames = {"f1", "f2"};
+    EXPECT_EQ(config.text(),
+              "trustKey=k\nassertsTrust=true\nchecksCallerAddress=false\ntrustInterval=5\nh\n7\n9\n"
+              "1\ng\ns\no\n2\n\n\n\nc\n\n\n1\n\n\nx\ncp\n1\n\np\n\n1\np1\n2\nf1\nf2\n");
+    EXPECT_EQ(portOfConfig(config.text()), 7);
+    EXPECT_EQ(portOfConfig(ConfigText::reportAll("h", 12).text()), 12);
+}
+
+TEST(ConfigText, FindsNoPortWhereThereIsNone) {
+    for (const char* const text :
+         {"", "host", "host\n", "host\nport\n", "host\n65536\n", "trustKey=k\n12\n"}) {
+        EXPECT_EQ(portOfConfig(text), std::nullopt) << text;
+    }
+}
+
+TEST(ConfigFile, TakesAChangeOnceAndOnlyWhenItHasSettled) {
+    const std::string path = ::testing::TempDir() + "qz-agent-config-" + std::to_string(getpid());
+    const auto write = [&](const char* text) { std::ofstream(path) << text; };
+    write("one");
+    ConfigFile file(path);
+    EXPECT_EQ(file.read(), "one");
+    EXPECT_EQ(file.poll(), std::nullopt);
+    EXPECT_EQ(file.poll(), std::nullopt);
+    write("two");
+    EXPECT_EQ(file.poll(), std::nullopt);
+    write("three");
+    EXPECT_EQ(file.poll(), std::nullopt);
+    EXPECT_EQ(file.poll(), "three");
+    EXPECT_EQ(file.poll(), std::nullopt);
+    std::remove(path.c_str());
+    EXPECT_EQ(file.poll(), std::nullopt);
+    EXPECT_EQ(file.read(), std::nullopt);
+    EXPECT_NE(file.error(), "");
+}
+
+TEST(Options, AreTakenInAnyOrder) {
+    Options options;
+    std::string error;
+    ASSERT_TRUE(parseOptions(
+        {"--json", "--events", "0", "--listen", "10.0.0.1:5000", "--quiet", "--config", "f",
+         "--fault-on", "events", "--fault-refuse", "--fault-accept-byte", "0", "--fault-garbage",
+         "00fF", "--fault-close-after", "12", "--fault-read-pause", "3"},
+        options, error))
+        << error;
+    EXPECT_TRUE(options.json && options.quiet && options.faults.refuse);
+    EXPECT_EQ(options.address, "10.0.0.1");
+    EXPECT_EQ(options.controlPort, 5000);
+    EXPECT_EQ(options.eventsPort, 0);
+    EXPECT_EQ(options.configFile, "f");
+    EXPECT_EQ(options.faultsOn, Port::Events);
+    EXPECT_EQ(options.faults.acceptByte, 0);
+    EXPECT_EQ(options.faults.garbage, bytes("00 FF"));
+    EXPECT_EQ(options.faults.closeAfterBytes, 12u);
+    EXPECT_EQ(options.faults.readPauseMs, 3);
+}
+
+TEST(Options, AreRefusedWithTheReason) {
+    const struct {
+        std::vector<std::string> arguments;
+        const char* error;
+    } rows[] = {
+        {{"--jsn"}, "unknown option --jsn"},
+        {{"--events"}, "--events wants a value"},
+        {{"--events", "65536"}, "--events can't be 65536"},
+        {{"--events", "-1"}, "--events can't be -1"},
+        {{"--listen", "4848"}, "--listen can't be 4848"},
+        {{"--listen", "127.0.0.1:"}, "--listen can't be 127.0.0.1:"},
+        {{"--fault-garbage", "0"}, "--fault-garbage can't be 0"},
+        {{"--fault-accept-byte", "256"}, "--fault-accept-byte can't be 256"},
+        {{"--fault-on", "all"}, "--fault-on can't be all"},
+    };
+    for (const auto& row : rows) {
+        Options options;
+        std::string error;
+        EXPECT_FALSE(parseOptions(row.arguments, options, error));
+        EXPECT_EQ(error, row.error);
+    }
+}
+
+TEST(Printable, TellsTextFromBytes) {
+    const struct {
+        const char* why;
+        const char* written;
+        bool isUtf8;
+        const char* escaped;
+    } rows[] = {
+        {"plain", "'abc'", true, "abc"},
+        {"control", "'a' 00 1b 7f", true, "a\\x00\\x1b\\x7f"},
+        {"two bytes", "c3 a9", true, "\xc3\xa9"},
+        {"four bytes", "f0 9f 98 80", true, "\xf0\x9f\x98\x80"},
+        {"Latin-1", "e9 'a'", false, "\\xe9a"},
+        {"overlong", "c0 80", false, "\\xc0\\x80"},
+        {"surrogate", "ed a0 80", false, "\\xed\\xa0\\x80"},
+        {"too high", "f4 90 80 80", false, "\\xf4\\x90\\x80\\x80"},
+        {"cut", "e2 82", false, "\\xe2\\x82"},
+        {"backslash", "5c", true, "\\\\"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        EXPECT_EQ(isUtf8(bytes(row.written)), row.isUtf8);
+        EXPECT_EQ(escaped(bytes(row.written)), row.escaped);
+    }
+    EXPECT_EQ(base64("a"), "YQ==");
+    EXPECT_EQ(base64("ab"), "YWI=");
+    EXPECT_EQ(base64(bytes("00 FF FE")), "AP/+");
+    EXPECT_EQ(latin1ToUtf8(bytes("'a' e9 ff")), bytes("'a' c3 a9 c3 bf"));
+}
+
+ReceivedEvent sample() {
+    const std::string data = eventBytes(
+        0x00,
+        kMark | 0x4 | 0x1 | 0x4000 | 0x80000 | 1ull << 33 | 1ull << 36 | 1ull << 39 | 1ull << 40,
+        bytes("00000001'f' 01 7FFFFFFFFFFFFFFF 00000002'/'e9 00000001's' 00000001 00000001'k' "
+              "00000000"
+              "00000002 00000001'c' 0000000000000005 00000001 00000001'n'"),
+        2);
+    ReceivedEvent received;
+    received.arrival = 3;
+    received.connection = 2;
+    received.contentType = "text/xml";
+    DecodeError error;
+    EXPECT_TRUE(decodeEvent(reinterpret_cast<const unsigned char*>(data.data()), data.size(),
+                            received.event, received.payload, error))
+        << error.reason;
+    return received;
+}
+
+TEST(EventJson, NamesEveryFieldOnOneLine) {
+    ReceivedEvent received = sample();
+    received.payload = "<\n";
+    const std::string line = jsonOf(received);
+    EXPECT_EQ(line.find('\n'), std::string::npos);
+    const auto wanted = nlohmann::json::parse(R"({
+        "type": "event", "arrival": 3, "connection": 2, "kind": "request", "side": "server", "flagsByte": 0,
+        "flags": {"reply": false, "client": false, "lowPriority": false, "failure": false, "oneWay": false,
+                  "create": false, "event": false, "whole": false},
+        "eventTag": 1, "totalSize": 87, "eventSize": 85, "mask": "0x99200084005",
+        "flowID": "f", "formatMark": 1, "time": 9223372036854775807, "url": "/é", "subNode": "s",
+        "msgFields": {"k": ""}, "incomingCount": 2, "incomingCheckpoints": [{"name": "c", "elapsed": 5}],
+        "newCheckpoints": ["n"], "payload": "<\n", "payloadEncoding": "text", "contentType": "text/xml",
+        "latin1": ["url"]})");
+    EXPECT_EQ(nlohmann::json::parse(line), wanted) << line;
+    received.payload = bytes("00 01");
+    const auto binary = nlohmann::json::parse(jsonOf(received));
+    EXPECT_EQ(binary["payload"], "AAE=");
+    EXPECT_EQ(binary["payloadEncoding"], "base64");
+}
+
+TEST(EventText, ShowsAnEventToAReader) {
+    ReceivedEvent received = sample();
+    received.payload = bytes("'x' 00");
+    EXPECT_EQ(
+        textOf(received),
+        "#3 server request /\\xe9  (connection 2, tag 1, 85 of 87 bytes, mask 0x99200084005)\n"
+        "    flowID                f\n"
+        "    formatMark            1\n"
+        "    time                  9223372036854775807\n"
+        "    url                   /\\xe9\n"
+        "    subNode               s\n"
+        "    msgField              k = \n"
+        "    incomingCheckpoint    c 5\n"
+        "    incomingCount         2\n"
+        "    newCheckpoint         n\n"
+        "    payload               2 bytes, text/xml: x\\x00\n");
+    EXPECT_EQ(textOf(MalformedReport{4, 120, 21, "why"}),
+              "malformed: connection 4, byte 120, byte 21 of its event: why\n");
+}
+
+}  // namespace

@@ -1,0 +1,368 @@
+#include "uplink/AgentEvent.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "config/InterceptorConfig.h"
+#include "interaction/ClientInteraction.h"
+#include "interaction/ServerInteraction.h"
+
+namespace {
+
+using namespace Quenvale::Interceptor::SDK;
+
+std::string number(long long value, int bytes) {
+    std::string text;
+    while (bytes-- > 0) text += static_cast<char>(value >> (8 * bytes));
+    return text;
+}
+
+std::string text(const std::string& value) {
+    return number(static_cast<long long>(value.size()), 4) + value;
+}
+
+std::string bytesOf(Util::ByteArray array) {
+    std::string bytes(reinterpret_cast<char*>(array.data), static_cast<std::size_t>(array.length));
+    array.releaseContent();
+    return bytes;
+}
+
+// A call of either kind in a given stage. Its destructor reports nothing.
+template <class Kind>
+struct Call : Kind {
+    explicit Call(int state = 0, bool wasNotified = false) {
+        this->itIsLoaded = true;
+        this->itsStartTime = 0;
+        this->itsSubNode = Util::String();
+        this->itsState = state;
+        this->itsRqstNotified = wasNotified;
+    }
+    ~Call() override { this->itsState = 0; }
+
+    std::string event(bool separatePayload = true) {
+        return bytesOf(AgentEvent(this, false, separatePayload).serialize());
+    }
+    void setPayload(const char* bytes) {
+        const auto length = static_cast<int>(std::strlen(bytes));
+        auto* copy = new unsigned char[static_cast<std::size_t>(length)];
+        std::memcpy(copy, bytes, static_cast<std::size_t>(length));
+        this->itsPayload = new Util::ByteArray(copy, length, true);
+        this->itIncludesPayload = true;
+    }
+};
+using Client = Call<ClientInteraction>;
+using Server = Call<ServerInteraction>;
+
+// Every field gets a value of its own; what the kind of call may not tell is set all the same.
+void fill(Interaction& call) {
+    call.itsFlowID = "flow";
+    call.itsInteractionID = "interaction";
+    call.itsUpstreamInteractionID = "upstream";
+    call.itsStartTime = 1000;
+    call.itsRtTime = 50;
+    call.itsCoTime = 51;
+    call.itsMsgSize = 1LL << 40;
+    call.itsSizeB = -2;
+    call.itsSizeC = 3;
+    call.itsSizeD = 4;
+    call.itsDebugInfo = "debug";
+    call.itsParentID = "parent";
+    call.itsFlowAttr1 = "attr1";
+    call.itsFlowAttr2 = "attr2";
+    call.itsLocus = "locus";
+    call.itsSequenceNumber = 5;
+    call.itsUrl = "url";
+    call.itsSecurityID = "security";
+    call.itsSecurityAttr1 = "security1";
+    call.itsSecurityAttr2 = "never told";
+    call.itsGroupName = "groupname";
+    call.itsServiceName = "servicename";
+    call.itsOpName = "opname";
+    call.itsGroupID = "group";
+    call.itsServiceID = "service";
+    call.itsSiteAttr = "site";
+    call.itsOpID = "op";
+    call.itsUpstreamOpID = "upstreamop";
+    call.itsLocalAddr = "local";
+    call.itsPeerAddr = "peer";
+    call.itsCalleeAddr = "callee";
+    call.itsCallerAddr = "caller";
+    call.itsPeerType = -252;
+    call.itsPlatformType = 6;
+    call.itsAppType = 8;
+    call.itsSvcType = -128;
+    call.itsOpType = 9;
+    call.itsPathID = "path";
+    call.itsPPathID = "ppath";
+    call.itsFailure = "failure";
+    call.itIsFailed = true;
+    call.itsSubNode = "node";
+    call.itsMsgFields = new Util::Map<Util::String>;
+    call.itsMsgFields->put("field", "value");
+    call.itsMsgFields->put("empty", "");
+    Checkpoints* checkpoints = call.getCheckpoints(true);
+    checkpoints->addIncomingCheckpoint("twice", 10);
+    checkpoints->addIncomingCheckpoint("once", 11);
+    checkpoints->addIncomingCheckpoint("twice", 12);
+    Util::Vector<Util::String> names(2, 16);
+    names.add("new");
+    names.add("");
+    checkpoints->setNewCheckpoints(&names);
+}
+
+enum When { kAlways, kRequest, kServer, kReply, kWhole };
+constexpr int kNoBit = -1;
+
+TEST(AgentEvent, FieldsStandInOrderInTheVariantsTheyBelongTo) {
+    const struct {
+        When when;
+        int bit;
+        std::string bytes;
+    } fields[] = {
+        {kAlways, 2, text("flow")},
+        {kAlways, 43, "\1"},
+        {kAlways, 5, text("interaction")},
+        {kServer, 46, text("upstream")},
+        {kAlways, 0, "time"},
+        {kAlways, 25, number(1LL << 40, 8)},
+        {kAlways, 26, number(-2, 8)},
+        {kAlways, 27, number(3, 8)},
+        {kAlways, 28, number(4, 8)},
+        {kAlways, 20, text("debug")},
+        {kWhole, 1, number(50, 4)},
+        {kRequest, 3, text("parent")},
+        {kRequest, 4, text("attr1")},
+        {kRequest, 6, text("locus")},
+        {kRequest, 7, number(5, 4)},
+        {kRequest, 14, text("url")},
+        {kRequest, 8, text("security")},
+        {kRequest, 9, text("security1")},
+        {kRequest, 10, text("groupname")},
+        {kRequest, 11, text("servicename")},
+        {kRequest, 12, text("opname")},
+        {kRequest, 13, text("group")},
+        {kRequest, 44, text("service")},
+        {kRequest, 15, text("site")},
+        {kRequest, 16, text("op")},
+        {kServer, 42, text("upstreamop")},
+        {kRequest, 38, text("local")},
+        {kRequest, 17, text("peer")},
+        {kServer, 48, text("callee")},
+        {kServer, 49, text("caller")},
+        {kRequest, 21, number(-252, 2)},
+        {kRequest, 45, number(6, 2)},
+        {kRequest, 22, number(8, 2)},
+        {kRequest, 23, number(-128, 2)},
+        {kRequest, 24, number(9, 2)},
+        {kRequest, 32, text("path")},
+        {kRequest, 41, text("ppath")},
+        {kRequest, 34, text("attr2")},
+        {kReply, 30, number(51, 4)},
+        {kReply, 18, text("failure")},
+        {kReply, 37, "\1"},
+        {kRequest, 33, text("node")},
+        {kAlways, 36, number(2, 4)},
+        {kAlways, kNoBit, text("field") + text("value") + text("empty") + text("")},
+        {kRequest, 39, number(3, 4)},
+        {kRequest, kNoBit, text("twice") + number(12, 8) + text("once") + number(11, 8)},
+        {kRequest, 40, number(2, 4)},
+        {kRequest, kNoBit, text("new") + text("")},
+    };
+    const struct {
+        const char* why;
+        int state;
+        bool wasNotified, isRequest, isReply;
+        int flags;
+    } variants[] = {
+        {"request", 0, true, true, false, 0x00},
+        {"reply", 1, true, false, true, 0x09},
+        {"whole", 2, false, true, true, 0x89},
+    };
+    for (const auto& variant : variants) {
+        for (const bool isServer : {true, false}) {
+            SCOPED_TRACE(std::string(variant.why) + (isServer ? " of a server" : " of a client"));
+            std::string body;
+            unsigned long long mask = 0;
+            for (const auto& field : fields) {
+                if (field.when == kReply && !variant.isReply) continue;
+                if (field.when == kWhole && !(variant.isRequest && variant.isReply)) continue;
+                if ((field.when == kRequest || field.when == kServer) && !variant.isRequest)
+                    continue;
+                if (field.when == kServer && !isServer) continue;
+                if (field.bit != kNoBit) mask |= 1ULL << field.bit;
+                body += field.bit == 0 ? number(variant.isReply ? 1050 : 1000, 8) : field.bytes;
+            }
+            const auto size = static_cast<long long>(21 + body.size());
+            const std::string head = number(variant.flags | (isServer ? 0 : 2), 1) + number(1, 4) +
+                                     number(size, 4) + number(size, 4) +
+                                     number(static_cast<long long>(mask), 8);
+            Server server(variant.state, variant.wasNotified);
+            Client client(variant.state, variant.wasNotified);
+            client.itsPathComputed = true;
+            fill(isServer ? static_cast<Interaction&>(server) : client);
+            EXPECT_EQ(isServer ? server.event() : client.event(), head + body);
+        }
+    }
+}
+
+TEST(AgentEvent, TheSmallestIsAHeadAndTheFormatMark) {
+    const std::string head = number(1, 4) + number(22, 4) + number(22, 4) + number(1LL << 43, 8);
+    EXPECT_EQ(Client(1, true).event(), "\x03" + head + "\1");
+    Client timeless(1, true);
+    timeless.itsStartTime = 1000;
+    EXPECT_EQ(timeless.event().size(), 22U) << "without a duration the end is not known";
+    EXPECT_TRUE(AgentEvent(nullptr, false, true).itsIsClient);
+    EXPECT_EQ(AgentEvent(nullptr, false, true).serialize().data, nullptr);
+}
+
+TEST(AgentEvent, FlagsAreThoseOfTheInteraction) {
+    const struct {
+        bool Interaction::*field;
+        int flag;
+    } rows[] = {{&Interaction::itIsLowPriority, 0x04},
+                {&Interaction::itIsOneWay, 0x10},
+                {&Interaction::itsCreateFlag, 0x20},
+                {&Interaction::itsEventFlag, 0x40}};
+    for (const auto& row : rows) {
+        Client call;
+        call.itsFailure = "counts only in a reply";
+        call.*row.field = true;
+        EXPECT_EQ(call.event()[0], row.flag | 0x02);
+    }
+}
+
+TEST(AgentEvent, TheTagComesFromTheConfiguration) {
+    auto& tag = InterceptorConfig::itsCurrent.itsEventTag;
+    const int before = tag;
+    tag = 0x01020304;
+    EXPECT_EQ(Client().event().substr(1, 4), "\1\2\3\4");
+    tag = 0;
+    EXPECT_EQ(Client().event().substr(1, 4), number(1, 4));
+    tag = before;
+}
+
+TEST(AgentEvent, TheUpstreamOperationShowsOnlyWhereItIsAnother) {
+    const struct {
+        const char *why, *upstream, *own;
+        bool differs, shows;
+    } rows[] = {{"another", "a", "b", true, true},
+                {"the same", "a", "a", false, false},
+                {"both missing", nullptr, nullptr, false, false},
+                {"empty", "", "b", true, false}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        Server call;
+        call.itsUpstreamOpID = row.upstream;
+        call.itsOpID = row.own;
+        AgentEvent event(&call, false, true);
+        event.computeSize(false);
+        EXPECT_EQ(event.itsOtherOpID != nullptr, row.differs);
+        EXPECT_EQ((event.itsOptionalMask >> 42 & 1) == 1, row.shows);
+    }
+}
+
+TEST(AgentEvent, CountsOfNothingAreAbsent) {
+    const std::size_t bare = Client().event().size();
+    Client call;
+    call.itsMsgFields = new Util::Map<Util::String>;
+    EXPECT_EQ(call.event().size(), bare);
+    Util::Vector<Util::String> names(2, 16);
+    names.add("n");
+    call.getCheckpoints(true)->setNewCheckpoints(&names);
+    AgentEvent event(&call, false, true);
+    EXPECT_EQ(bytesOf(event.serialize()).substr(bare), number(1, 4) + text("n"));
+    EXPECT_EQ(event.itsOptionalMask, 1LL << 43 | 1LL << 40);
+}
+
+TEST(AgentEvent, ThePayloadTravelsInsideOrBeside) {
+    Client call;
+    const std::string bare = call.event();
+    call.setPayload("payload");
+    const std::string mask = number(1LL << 43 | 1LL << 19, 8);
+    const std::string sizes = number(static_cast<long long>(bare.size()) + 7, 4) +
+                              number(static_cast<long long>(bare.size()), 4);
+    const std::string head = bare.substr(0, 5) + sizes + mask + bare.substr(21);
+    EXPECT_EQ(call.event(false), head + "payload");
+
+    AgentEvent beside(&call, false, true);
+    EXPECT_EQ(bytesOf(beside.serialize()), head);
+    EXPECT_EQ(bytesOf(beside.itsPayloadCopy), "payload");
+    EXPECT_NE(beside.itsPayloadCopy.data, call.itsPayload->data);
+
+    call.itIncludesPayload = false;
+    EXPECT_EQ(call.event(false), bare);
+}
+
+// A chain of regions in the form {position, length}.
+void hide(Util::ByteArray& payload, const std::vector<std::pair<int, int>>& regions) {
+    Util::ByteArray::Region** link = &payload.extra;
+    for (const auto& region : regions) {
+        *link = static_cast<Util::ByteArray::Region*>(std::malloc(sizeof **link));
+        **link = {region.first, region.second, '*', nullptr};
+        link = &(*link)->extra;
+    }
+}
+
+TEST(AgentEvent, FillRegionsHideBytesAndKeepTheLength) {
+    const struct {
+        const char* why;
+        std::vector<std::pair<int, int>> regions;
+        const char* out;
+    } rows[] = {
+        {"none", {}, "0123456789"},
+        {"two", {{1, 2}, {5, 1}}, "0**34*6789"},
+        {"up to the last byte", {{0, 9}}, "*********9"},
+        {"an empty one", {{3, 0}}, "0123456789"},
+        {"before the start, and of no length", {{-2, 4}, {5, -3}}, "**23456789"},
+        {"overlapping", {{2, 4}, {3, 1}}, "01****6789"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        Client call;
+        call.setPayload("0123456789");
+        hide(*call.itsPayload, row.regions);
+        const std::string event = call.event(false);
+        EXPECT_EQ(event.substr(event.size() - 10), row.out);
+    }
+    const char* const assertion = "AgentEvent:420.*msgPos < message->length";
+    Client call;
+    call.setPayload("0123456789");
+    hide(*call.itsPayload, {{2147483647, 2147483647}});
+    EXPECT_DEATH(call.event(), assertion);
+    *call.itsPayload->extra = {9, 1, '*', nullptr};
+    EXPECT_DEATH(call.event(), assertion);
+}
+
+TEST(AgentEvent, APayloadIsCopiedOnlyWhereItFits) {
+    unsigned char room[5] = {};
+    unsigned char bytes[] = "abc";
+    Util::ByteArray out(room, 4, false);
+    Util::ByteArray message(bytes, 3, false);
+    EXPECT_EQ(AgentEvent::addOptionalDataOnly(out, nullptr, 1), 1);
+    EXPECT_EQ(AgentEvent::addOptionalDataOnly(out, &message, 1), 4);
+    EXPECT_EQ(AgentEvent::addOptionalDataOnly(out, &message, 2), 2);
+    EXPECT_STREQ(reinterpret_cast<char*>(room + 1), "abc");
+}
+
+TEST(AgentEvent, AValueThatChangesBetweenTheWalksStaysWithinTheBlock) {
+    struct Restless : Call<ClientInteraction> {
+        Util::String& getFlowID() override {
+            if (++itsReads == 2) {
+                setMsgField("late", "value", true);
+                itsSizeB = 1;
+                itsUrl = "late";
+            }
+            return itsFlowID;
+        }
+        int itsReads = 0;
+    };
+    const std::size_t bare = Client().event().size();
+    EXPECT_EQ(Restless().event().size(), bare);
+}
+
+}  // namespace

@@ -1,0 +1,117 @@
+// Where the control connection goes, for each source and each way that one can be of no use.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <map>
+#include <string>
+
+#include "uplink/BootstrapConfig.h"
+
+using namespace Quenvale::Interceptor::SDK;
+
+namespace {
+
+constexpr const char* kNames[] = {"com.quenvale.bootstrap.url", "com.quenvale.bootstrap.file",
+                                  "QUENVALE_BOOTSTRAP_URL", "user.home"};
+using Sources = std::map<int, std::string>;
+
+/// A directory of its own to work in, with a file "quenvale.conf" and no variable set.
+class Bootstrap : public testing::Test {
+protected:
+    Bootstrap() {
+        char name[] = "/tmp/bootstrapXXXXXX";
+        itsDirectory = mkdtemp(name);
+        char before[4096];
+        itsBefore = getcwd(before, sizeof before);
+        EXPECT_EQ(chdir(itsDirectory.c_str()), 0);
+        std::ofstream("quenvale.conf") << "addr=10.1.2.3\nport=99\n";
+        for (const char* variable : kNames) unsetenv(variable);
+    }
+    ~Bootstrap() override {
+        for (const char* variable : kNames) unsetenv(variable);
+        EXPECT_EQ(chdir(itsBefore.c_str()), 0);
+        EXPECT_EQ(std::system(("rm -r " + itsDirectory).c_str()), 0);
+    }
+
+    static std::string searched(const Sources& sources) {
+        for (const char* variable : kNames) unsetenv(variable);
+        for (const auto& source : sources) setenv(kNames[source.first], source.second.c_str(), 1);
+        AsyncBinaryUplink::BootstrapConfig config;
+        config.search();
+        config.settle();
+        return shown(config);
+    }
+    static std::string shown(const AsyncBinaryUplink::BootstrapConfig& config) {
+        const char* address = config.itsAddr.c_str();
+        return (address == nullptr ? "NIL" : address) + (" " + std::to_string(config.itsPort));
+    }
+
+    std::string itsDirectory;
+    std::string itsBefore;
+};
+
+TEST_F(Bootstrap, TheFirstSourceThatAnswersWins) {
+    const std::string file = itsDirectory + "/quenvale.conf";
+    const struct {
+        const char* why;
+        Sources sources;
+        const char* expected;
+    } rows[] = {
+        {"nothing set", {}, "127.0.0.1 4848"},
+        {"localhost needs no look-up", {{0, "tcp://localhost:900"}}, "127.0.0.1 900"},
+        {"an address is its own name", {{0, "tcp://10.0.0.1:901"}}, "10.0.0.1 901"},
+        {"the path is ignored", {{2, "tcp://10.0.0.1:902/some:1/path"}}, "10.0.0.1 902"},
+        {"an empty port is 0", {{2, "tcp://localhost:"}}, "127.0.0.1 0"},
+        {"no port", {{2, "tcp://10.0.0.1"}}, "10.0.0.1 4848"},
+        {"the system url comes first",
+         {{0, "tcp://10.0.0.1:1"}, {1, file}, {2, "tcp://10.0.0.2:2"}},
+         "10.0.0.1 1"},
+        {"no scheme, and the next source",
+         {{0, "localhost:3"}, {2, "tcp://10.0.0.2:2"}},
+         "10.0.0.2 2"},
+        {"an empty url", {{0, ""}, {2, "tcp://10.0.0.2:2"}}, "10.0.0.2 2"},
+        {"a slash straight behind the scheme belongs to a host that no one knows",
+         {{0, "tcp:///:5"}, {2, "tcp://10.0.0.2:2"}},
+         "10.0.0.2 2"},
+        {"a host that no one knows, and its port goes with it",
+         {{0, "tcp://256.256.256.256:7"}, {1, file}},
+         "NIL 4848"},
+        {"and with no other source", {{2, "tcp://256.256.256.256:7"}}, "127.0.0.1 4848"},
+        {"a file that is missing", {{1, "/nowhere"}, {2, "tcp://10.0.0.2:2"}}, "10.0.0.2 2"},
+        {"a file that opens ends the search, unread",
+         {{1, file}, {2, "tcp://10.0.0.2:2"}},
+         "NIL 4848"},
+        {"so does the one in the home directory", {{3, itsDirectory}}, "NIL 4848"},
+    };
+    for (const auto& row : rows) EXPECT_EQ(searched(row.sources), row.expected) << row.why;
+}
+
+TEST_F(Bootstrap, LoadingLooksNoNameUp) {
+    setenv(kNames[0], "tcp://some-host.invalid:5", 1);
+    AsyncBinaryUplink::BootstrapConfig config;
+    config.search();
+    EXPECT_EQ(shown(config), "NIL 5");
+    config.settle();
+    EXPECT_EQ(shown(config), "127.0.0.1 4848");
+}
+
+TEST_F(Bootstrap, PropertiesComeFromTheFileNamedByTheStream) {
+    std::FILE* file = std::fopen("quenvale.conf", "r");
+    ASSERT_NE(file, nullptr);
+    std::ofstream(Util::String::addrToString(file).c_str())
+        << "username=u\npassword=p\nport=77\naddr=10.9.9.9\nusername=v\n";
+    AsyncBinaryUplink::BootstrapConfig config;
+    EXPECT_TRUE(config.bootstrapFromFile(file));
+    std::fclose(file);
+    EXPECT_EQ(shown(config), "10.9.9.9 77");
+    EXPECT_EQ(config.itsUsername.c_str(), nullptr) << "what the file says of it is dropped";
+}
+
+TEST_F(Bootstrap, PromisesThatAreBrokenEndTheProcess) {
+    EXPECT_DEATH(searched({{0, "http://localhost:1"}}), "");
+    EXPECT_DEATH(searched({{3, itsDirectory + "/nowhere"}}), "");
+}
+
+}  // namespace

@@ -1,0 +1,95 @@
+#include "uplink/UplinkParameters.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstdlib>
+#include <string>
+
+using Quenvale::Interceptor::SDK::UplinkParameters;
+
+namespace {
+
+constexpr const char* kNames[] = {"QZ_INTERCEPTOR_BUFFER",
+                                  "QZ_INTERCEPTOR_QUEUES",
+                                  "QZ_INTERCEPTOR_POOL",
+                                  "QZ_INTERCEPTOR_FLUSHINTERVAL",
+                                  "QZ_INTERCEPTOR_MAXAGE",
+                                  "QZ_REMOTE_UPLINK",
+                                  "com.quenvale.interceptor.sdk.asyncDebug",
+                                  "com.quenvale.interceptor.sdk.asyncTestFreq"};
+
+class UplinkParametersTest : public testing::Test {
+protected:
+    void SetUp() override { TearDown(); }
+    void TearDown() override {
+        for (const char* name : kNames) unsetenv(name);
+    }
+    static UplinkParameters::Values readWith(const char* name, const char* text) {
+        setenv(name, text, 1);
+        const auto values = UplinkParameters::Values::read();
+        unsetenv(name);
+        return values;
+    }
+};
+
+TEST_F(UplinkParametersTest, DefaultsWithoutEnvironment) {
+    const auto values = UplinkParameters::Values::read();
+    EXPECT_EQ(values.bufferSize, 65536);
+    EXPECT_EQ(values.queueCount, 8);
+    EXPECT_EQ(values.poolSize, 2);
+    EXPECT_EQ(values.flushInterval, 10000);
+    EXPECT_EQ(values.maxAge, 15000);
+    EXPECT_FALSE(values.remoteUplink);
+    EXPECT_FALSE(values.asyncDebug);
+    EXPECT_EQ(values.asyncTestFreq, 3000);
+}
+
+TEST_F(UplinkParametersTest, EachNameSetsItsOwnValue) {
+    for (int i = 0; i < 5; ++i) setenv(kNames[i], std::to_string(i + 1).c_str(), 1);
+    setenv(kNames[7], "6", 1);
+    const auto values = UplinkParameters::Values::read();
+    EXPECT_EQ(values.bufferSize, 1024);
+    EXPECT_EQ(values.queueCount, 2);
+    EXPECT_EQ(values.poolSize, 3);
+    EXPECT_EQ(values.flushInterval, 4);
+    EXPECT_EQ(values.maxAge, 5);
+    EXPECT_EQ(values.asyncTestFreq, 6);
+}
+
+TEST_F(UplinkParametersTest, NumbersAreTakenAsTheyStand) {
+    const struct {
+        const char* why;
+        const char* text;
+        int bufferSize;
+        int queueCount;
+        long asyncTestFreq;
+    } rows[] = {
+        {"no number is 0", "abc", 0, 0, 0},
+        {"what follows the number is ignored", "7 queues", 7168, 7, 7},
+        {"a sign survives the shift", "-1", -1024, -1, -1},
+        {"only the 64-bit value keeps more than 32 bits", "4294967297", 1024, 1, 4294967297},
+        {"bits leave at the top", "2097153", 0x80000400 - (1LL << 32), 2097153, 2097153},
+        {"beyond every type", "99999999999999999999", -1024, -1, LONG_MAX},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        EXPECT_EQ(readWith(kNames[0], row.text).bufferSize, row.bufferSize);
+        EXPECT_EQ(readWith(kNames[1], row.text).queueCount, row.queueCount);
+        EXPECT_EQ(readWith(kNames[7], row.text).asyncTestFreq, row.asyncTestFreq);
+    }
+}
+
+TEST_F(UplinkParametersTest, RemoteIsSwitchedByPresenceAndDebugByText) {
+    const struct {
+        const char* text;
+        bool isDebug;
+    } rows[] = {{"", false}, {"false", false}, {"TRUE", false}, {"true", true}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.text);
+        EXPECT_TRUE(readWith(kNames[5], row.text).remoteUplink);
+        EXPECT_EQ(readWith(kNames[6], row.text).asyncDebug, row.isDebug);
+    }
+}
+
+}  // namespace

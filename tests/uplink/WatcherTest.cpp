@@ -1,0 +1,147 @@
+// The watcher's side of its connection, over a loopback connection that the test holds both ends
+// of.
+#include <gtest/gtest.h>
+
+#include <future>
+
+#include "harness/RawAgent.h"
+#include "harness/loopback.h"
+#include "harness/thrown.h"
+#include "uplink/BootstrapConfig.h"
+#include "uplink/TestUplink.h"
+
+using namespace Quenvale::Interceptor::SDK;
+using harness::thrown;
+
+namespace {
+
+using Watcher = AsyncBinaryUplink::AgentAliveWatcher;
+
+std::string text(const std::string& value) {
+    return static_cast<char>(value.size() + 1) + value;
+}
+
+/// The bytes of message 4.
+std::string configuration(const std::string& lines) {
+    return '\4' + text(lines) + '\0';
+}
+
+/// Lets the watcher read `bytes` and the end of the stream, and gives what it threw.
+std::string listen(Watcher& watcher, const std::string& bytes) {
+    Loopback connection;
+    Util::Socket socket(connection.takeClient(), "127.0.0.1");
+    AsyncBinaryUplink::SocketStreams streams(&socket, false);
+    EXPECT_EQ(send(connection.server, bytes.data(), bytes.size(), 0),
+              static_cast<ssize_t>(bytes.size()));
+    shutdown(connection.server, SHUT_WR);
+    const std::string outcome = thrown([&] { watcher.listenAgentNotifications(&streams); });
+    char subscription[5] = {};
+    EXPECT_EQ(recv(connection.server, subscription, 5, 0), 4);
+    EXPECT_EQ(std::string(subscription, 4), std::string("\5\3\0\0", 4));
+    return outcome;
+}
+
+std::string names(const Watcher& watcher) {
+    if (!watcher.itsStabilizers) return "none";
+    std::string all;
+    const std::unique_ptr<Util::Map<Util::String>::Iterator> rows(
+        watcher.itsStabilizers->iteratorEx());
+    while (rows->hasNext()) {
+        const auto* row = rows->next();
+        all += std::string(row->key.c_str()) + "=" + row->value.c_str() + " ";
+    }
+    return all;
+}
+
+TEST(Watcher, MessagesAreFollowedUntilOneIsNotKnown) {
+    const std::string reset = std::string("\6\2") + text("a") + text("b");
+    const std::string update = std::string("\7\1") + text("c") + "\1" + text("a");
+    const struct {
+        const char* why;
+        std::string bytes;
+        const char* thrown;
+        const char* names;
+    } rows[] = {
+        {"nothing but the end", "", "nothing", "none"},
+        {"a reset", reset, "nothing", "a=TRUE b=TRUE "},
+        {"an update", reset + update, "nothing", "b=TRUE c=TRUE "},
+        {"an update first starts from nothing", update, "nothing", "c=TRUE "},
+        {"a reset that is cut keeps the old set", reset + reset.substr(0, 4), "EOFException",
+         "a=TRUE b=TRUE "},
+        {"a second reset replaces", reset + std::string("\6\1") + text("z"), "nothing", "z=TRUE "},
+        {"nothing behind an unknown message", std::string("\5") + reset, "nothing", "none"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        TestUplink uplink;
+        EXPECT_EQ(listen(*uplink.itsWatcher, row.bytes), row.thrown);
+        EXPECT_EQ(names(*uplink.itsWatcher), row.names);
+    }
+}
+
+TEST(Watcher, AConfigurationEmptiesThePoolAndIsLoaded) {
+    harness::RawAgent agent;
+    TestUplink::use(agent.port());
+    TestUplink uplink;
+    uplink.release(uplink.acquire(), false);
+    const std::string lines = "host\n1234\n1\n0\n0\n0\n0\n0\n0\n";
+    EXPECT_EQ(listen(*uplink.itsWatcher, configuration(lines)), "nothing");
+    EXPECT_EQ(uplink.itsOpenSockets, 0);
+    EXPECT_EQ(InterceptorConfig::itsCurrent.itsAgentPort, 1234);
+    EXPECT_TRUE(InterceptorConfig::itsCurrent.itIsAlive);
+
+    const struct {
+        const char* why;
+        std::string block;
+    } rows[] = {{"an empty block", std::string("\4\1", 2)},
+                {"a null block", std::string("\4\0", 2)}};
+    for (const auto& row : rows) {
+        InterceptorConfig::itsCurrent.itIsAlive = true;
+        EXPECT_EQ(listen(*uplink.itsWatcher, row.block + std::string("\6\1") + text(row.why)),
+                  "nothing");
+        EXPECT_FALSE(InterceptorConfig::itsCurrent.itIsAlive) << row.why;
+        EXPECT_EQ(names(*uplink.itsWatcher), std::string(row.why) + "=TRUE ") << "goes on";
+    }
+}
+
+TEST(Watcher, TheEndOfTheStartReleasesEveryReport) {
+    const struct {
+        const char* why;
+        void (*end)(Watcher&);
+    } rows[] = {
+        {"a configuration", [](Watcher& watcher) { listen(watcher, std::string("\4\0", 2)); }},
+        {"a configuration that is cut",
+         [](Watcher& watcher) { EXPECT_EQ(listen(watcher, "\4\5ab"), "EOFException"); }},
+        {"a failed attempt", [](Watcher& watcher) { EXPECT_FALSE(watcher.connectandListen()); }},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        TestUplink uplink;
+        uplink.bootstrap()->itsPort = harness::RawAgent().port();
+        Watcher watcher(&uplink);
+        std::vector<std::future<void>> waiters;
+        std::atomic<int> begun{0};
+        for (int i = 0; i < 4; ++i)
+            waiters.push_back(std::async(std::launch::async, [&] {
+                ++begun;
+                watcher.waitForInitialConfig();
+            }));
+        while (begun < 4) std::this_thread::yield();
+        EXPECT_EQ(waiters[0].wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
+        row.end(watcher);
+        for (std::future<void>& waiter : waiters)
+            ASSERT_EQ(waiter.wait_for(std::chrono::seconds(60)), std::future_status::ready);
+        watcher.waitForInitialConfig();
+    }
+}
+
+TEST(Watcher, AfterAShutdownNothingIsConnectedTo) {
+    harness::RawAgent agent;
+    TestUplink uplink;
+    uplink.bootstrap()->itsPort = agent.port();
+    EXPECT_NE(uplink.bootstrap(), nullptr);
+    uplink.shutdown();
+    EXPECT_FALSE(uplink.itsWatcher->connectandListen());
+}
+
+}  // namespace
