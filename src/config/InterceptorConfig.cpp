@@ -89,7 +89,7 @@ Util::String InterceptorConfig::getConfigDirectory() {
     return "/var/opt/quenvale/QZ.Interceptor";
 }
 
-bool InterceptorConfig::fileExists(Util::String path) {
+bool InterceptorConfig::fileExists(const Util::String& path) {
     struct stat status;
     return path.c_str() != nullptr && stat(path.c_str(), &status) == 0;
 }

@@ -62,7 +62,7 @@ public:
     /// The file's path, worked out at the first use and then fixed.
     static Util::String& getConfigFilename();
     static Util::String getConfigDirectory();
-    static bool fileExists(Util::String path);
+    static bool fileExists(const Util::String& path);
 
     /// Reads the file again. Throws an APIException unless the configuration comes from a file.
     void Refresh(bool checkExists);

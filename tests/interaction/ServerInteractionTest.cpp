@@ -119,6 +119,7 @@ TEST_F(ServerInteractionTest, ASplitWithoutANameIsContinuedInSilence) {
 
 TEST_F(ServerInteractionTest, ASplitUnderANewNameReports) {
     auto split = create();
+    split->itsUrl = "http://host/shop/cart";
     split->itsOpName = "first";
     auto stub = splitOf(split);
     reports();

@@ -58,11 +58,24 @@ struct Call : Kind {
 using Client = Call<ClientInteraction>;
 using Server = Call<ServerInteraction>;
 
+enum When { kAlways, kRequest, kServer, kReply, kWhole };
+constexpr int kNoBit = -1;
+
+struct Field {
+    When when;
+    int bit;
+    std::string bytes;
+    Util::String Interaction::*text = nullptr;
+};
+
+Field textField(When when, int bit, Util::String Interaction::*field) {
+    return {when, bit, text("text" + std::to_string(bit)), field};
+}
+
 // Every field gets a value of its own; what the kind of call may not tell is set all the same.
-void fill(Interaction& call) {
-    call.itsFlowID = "flow";
-    call.itsInteractionID = "interaction";
-    call.itsUpstreamInteractionID = "upstream";
+void fill(Interaction& call, const std::vector<Field>& fields) {
+    for (const Field& field : fields)
+        if (field.text != nullptr) call.*field.text = field.bytes.c_str() + 4;
     call.itsStartTime = 1000;
     call.itsRtTime = 50;
     call.itsCoTime = 51;
@@ -70,38 +83,14 @@ void fill(Interaction& call) {
     call.itsSizeB = -2;
     call.itsSizeC = 3;
     call.itsSizeD = 4;
-    call.itsDebugInfo = "debug";
-    call.itsParentID = "parent";
-    call.itsFlowAttr1 = "attr1";
-    call.itsFlowAttr2 = "attr2";
-    call.itsLocus = "locus";
     call.itsSequenceNumber = 5;
-    call.itsUrl = "url";
-    call.itsSecurityID = "security";
-    call.itsSecurityAttr1 = "security1";
-    call.itsSecurityAttr2 = "never told";
-    call.itsGroupName = "groupname";
-    call.itsServiceName = "servicename";
-    call.itsOpName = "opname";
-    call.itsGroupID = "group";
-    call.itsServiceID = "service";
-    call.itsSiteAttr = "site";
-    call.itsOpID = "op";
-    call.itsUpstreamOpID = "upstreamop";
-    call.itsLocalAddr = "local";
-    call.itsPeerAddr = "peer";
-    call.itsCalleeAddr = "callee";
-    call.itsCallerAddr = "caller";
     call.itsPeerType = -252;
     call.itsPlatformType = 6;
     call.itsAppType = 8;
     call.itsSvcType = -128;
     call.itsOpType = 9;
-    call.itsPathID = "path";
-    call.itsPPathID = "ppath";
-    call.itsFailure = "failure";
     call.itIsFailed = true;
-    call.itsSubNode = "node";
+    call.itsSecurityAttr2 = "never told";
     call.itsMsgFields = new Util::Map<Util::String>;
     call.itsMsgFields->put("field", "value");
     call.itsMsgFields->put("empty", "");
@@ -115,57 +104,51 @@ void fill(Interaction& call) {
     checkpoints->setNewCheckpoints(&names);
 }
 
-enum When { kAlways, kRequest, kServer, kReply, kWhole };
-constexpr int kNoBit = -1;
-
 TEST(AgentEvent, FieldsStandInOrderInTheVariantsTheyBelongTo) {
-    const struct {
-        When when;
-        int bit;
-        std::string bytes;
-    } fields[] = {
-        {kAlways, 2, text("flow")},
+    using I = Interaction;
+    const std::vector<Field> fields = {
+        textField(kAlways, 2, &I::itsFlowID),
         {kAlways, 43, "\1"},
-        {kAlways, 5, text("interaction")},
-        {kServer, 46, text("upstream")},
+        textField(kAlways, 5, &I::itsInteractionID),
+        textField(kServer, 46, &I::itsUpstreamInteractionID),
         {kAlways, 0, "time"},
         {kAlways, 25, number(1LL << 40, 8)},
         {kAlways, 26, number(-2, 8)},
         {kAlways, 27, number(3, 8)},
         {kAlways, 28, number(4, 8)},
-        {kAlways, 20, text("debug")},
+        textField(kAlways, 20, &I::itsDebugInfo),
         {kWhole, 1, number(50, 4)},
-        {kRequest, 3, text("parent")},
-        {kRequest, 4, text("attr1")},
-        {kRequest, 6, text("locus")},
+        textField(kRequest, 3, &I::itsParentID),
+        textField(kRequest, 4, &I::itsFlowAttr1),
+        textField(kRequest, 6, &I::itsLocus),
         {kRequest, 7, number(5, 4)},
-        {kRequest, 14, text("url")},
-        {kRequest, 8, text("security")},
-        {kRequest, 9, text("security1")},
-        {kRequest, 10, text("groupname")},
-        {kRequest, 11, text("servicename")},
-        {kRequest, 12, text("opname")},
-        {kRequest, 13, text("group")},
-        {kRequest, 44, text("service")},
-        {kRequest, 15, text("site")},
-        {kRequest, 16, text("op")},
-        {kServer, 42, text("upstreamop")},
-        {kRequest, 38, text("local")},
-        {kRequest, 17, text("peer")},
-        {kServer, 48, text("callee")},
-        {kServer, 49, text("caller")},
+        textField(kRequest, 14, &I::itsUrl),
+        textField(kRequest, 8, &I::itsSecurityID),
+        textField(kRequest, 9, &I::itsSecurityAttr1),
+        textField(kRequest, 10, &I::itsGroupName),
+        textField(kRequest, 11, &I::itsServiceName),
+        textField(kRequest, 12, &I::itsOpName),
+        textField(kRequest, 13, &I::itsGroupID),
+        textField(kRequest, 44, &I::itsServiceID),
+        textField(kRequest, 15, &I::itsSiteAttr),
+        textField(kRequest, 16, &I::itsOpID),
+        textField(kServer, 42, &I::itsUpstreamOpID),
+        textField(kRequest, 38, &I::itsLocalAddr),
+        textField(kRequest, 17, &I::itsPeerAddr),
+        textField(kServer, 48, &I::itsCalleeAddr),
+        textField(kServer, 49, &I::itsCallerAddr),
         {kRequest, 21, number(-252, 2)},
         {kRequest, 45, number(6, 2)},
         {kRequest, 22, number(8, 2)},
         {kRequest, 23, number(-128, 2)},
         {kRequest, 24, number(9, 2)},
-        {kRequest, 32, text("path")},
-        {kRequest, 41, text("ppath")},
-        {kRequest, 34, text("attr2")},
+        textField(kRequest, 32, &I::itsPathID),
+        textField(kRequest, 41, &I::itsPPathID),
+        textField(kRequest, 34, &I::itsFlowAttr2),
         {kReply, 30, number(51, 4)},
-        {kReply, 18, text("failure")},
+        textField(kReply, 18, &I::itsFailure),
         {kReply, 37, "\1"},
-        {kRequest, 33, text("node")},
+        textField(kRequest, 33, &I::itsSubNode),
         {kAlways, 36, number(2, 4)},
         {kAlways, kNoBit, text("field") + text("value") + text("empty") + text("")},
         {kRequest, 39, number(3, 4)},
@@ -188,7 +171,7 @@ TEST(AgentEvent, FieldsStandInOrderInTheVariantsTheyBelongTo) {
             SCOPED_TRACE(std::string(variant.why) + (isServer ? " of a server" : " of a client"));
             std::string body;
             unsigned long long mask = 0;
-            for (const auto& field : fields) {
+            for (const Field& field : fields) {
                 if (field.when == kReply && !variant.isReply) continue;
                 if (field.when == kWhole && !(variant.isRequest && variant.isReply)) continue;
                 if ((field.when == kRequest || field.when == kServer) && !variant.isRequest)
@@ -204,7 +187,7 @@ TEST(AgentEvent, FieldsStandInOrderInTheVariantsTheyBelongTo) {
             Server server(variant.state, variant.wasNotified);
             Client client(variant.state, variant.wasNotified);
             client.itsPathComputed = true;
-            fill(isServer ? static_cast<Interaction&>(server) : client);
+            fill(isServer ? static_cast<Interaction&>(server) : client, fields);
             EXPECT_EQ(isServer ? server.event() : client.event(), head + body);
         }
     }

@@ -322,7 +322,7 @@ TEST(QueuesPool, EveryWaiterGoesOnWhenSlotsComeFree) {
                 return slot;
             }));
         while (uplink.slotWaiters() < 6) std::this_thread::yield();
-        if (isAgentGone) uplink.itsAgentAlive = false;
+        if (isAgentGone) TestUplink::use(closedPort());
         for (const int slot : held) uplink.release(slot, isAgentGone);
         for (std::future<int>& waiter : waiters) {
             ASSERT_EQ(waiter.wait_for(kLimit), std::future_status::ready);

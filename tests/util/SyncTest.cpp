@@ -6,7 +6,6 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "util/qzevent.h"
 #include "util/qzmutex.h"
@@ -101,9 +100,9 @@ TEST(QzEvent, AManualResetEventWakesEveryWaiter) {
     qzevent event(true, false);
     qzsemaphore arrived(0, 4);
     std::atomic<int> woken{0};
-    std::vector<std::thread> waiters;
-    for (int i = 0; i < 4; ++i)
-        waiters.emplace_back([&] {
+    std::thread waiters[4];
+    for (auto& waiter : waiters)
+        waiter = std::thread([&] {
             arrived.release(1);
             if (event.wait(kWaitForever) == 0) ++woken;
         });

@@ -1,0 +1,247 @@
+// The calls of the C interface down to the uplink.
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "capi/QZInt-c.h"
+#include "capi/records.h"
+#include "harness/RecordingUplink.h"
+
+namespace {
+
+using namespace Quenvale::Interceptor::SDK;
+using harness::RecordingUplink;
+using harness::Report;
+
+std::string taken(char* text) {
+    const std::string result = text == nullptr ? "(null)" : text;
+    qz_free(text);
+    return result;
+}
+
+class Calls : public testing::Test {
+protected:
+    Calls() { reports(); }
+
+    static std::vector<Report> reports() { return RecordingUplink::instance().take(); }
+    static std::string kinds() { return RecordingUplink::instance().kinds(); }
+
+    static ServerInteractionStruct* server(const char* url = "http://h/shop/cart") {
+        ServerInteractionStruct* record = qz_beginServer();
+        siSetUrl(record, url);
+        return record;
+    }
+    static void end(ServerInteractionStruct* record) {
+        qz_endServer(record);
+        freeServerInteraction(record);
+    }
+    static InteractionStubStruct* stub(ServerInteractionStruct* r) { return r->interaction->stub; }
+};
+
+TEST_F(Calls, AServerReportsRequestAndReply) {
+    ServerInteractionStruct* record = server();
+    EXPECT_NE(stub(record)->site->flow->flowID, nullptr) << "the first record holds a flow id";
+    siSetOpName(record, "get");
+    qz_serverAnalyzed(record);
+    EXPECT_EQ(stub(record)->state, 1);
+    EXPECT_EQ(taken(siGetGroupName(record)), "shop");
+    EXPECT_EQ(taken(siGetOpID(record)).size(), 24U) << "the ids come back to the record";
+    siSetSize(record, 1LL << 33);
+    siSetFailure(record, "bad");
+    qz_free(stub(record)->site->url);
+    stub(record)->site->url = qz_strdup("changed too late");
+    qz_endServer(record);
+    const auto got = reports();
+    ASSERT_EQ(got.size(), 2U);
+    EXPECT_EQ(got[0].kind() + got[1].kind(), "requestreply");
+    EXPECT_EQ(got[1].failure, "bad");
+    EXPECT_EQ(got[1].msgSize, 1LL << 33);
+    EXPECT_EQ(got[1].url, "http://h/shop/cart");
+    EXPECT_EQ(stub(record)->site->flow->impl, nullptr);
+    EXPECT_EQ(siGetSize(record, nullptr), 1LL << 33) << "the record still answers";
+    siSetUrl(record, "x");
+    EXPECT_EQ(taken(siGetUrl(record)), "changed too late");
+    siSetFailure(record, "late");
+    EXPECT_EQ(taken(siGetFailure(record)), "late") << "this one needs no object";
+    qz_serverAnalyzed(record);
+    end(record);
+    EXPECT_EQ(kinds(), "");
+}
+
+TEST_F(Calls, WithoutAnAnalysedCallOneReportHoldsBothSides) {
+    ServerInteractionStruct* record = server();
+    stub(record)->site->opName = qz_strdup("direct");
+    end(record);
+    const auto got = reports();
+    ASSERT_EQ(got.size(), 1U);
+    EXPECT_EQ(got[0].kind(), "whole");
+    EXPECT_EQ(got[0].opName, "direct");
+}
+
+TEST_F(Calls, AClientInsideAServerPushesItsRequestOut) {
+    ServerInteractionStruct* record = server();
+    ClientInteractionStruct* client = qz_beginClient();
+    ciSetUrl(client, "http://back/db/rows");
+    EXPECT_EQ(taken(qz_strdup(client->interaction->stub->site->flow->flowID)),
+              std::string(stub(record)->site->flow->flowID));
+    qz_clientAnalyzed(client);
+    qz_endClient(client);
+    freeClientInteraction(client);
+    // The record was not told that the stage was passed, so pushing it takes the object back.
+    qz_serverAnalyzed(record);
+    end(record);
+    EXPECT_EQ(kinds(), "request request reply request reply ");
+}
+
+TEST_F(Calls, TwoBeginsInTheRequestStageShareTheObject) {
+    ServerInteractionStruct* first = server();
+    ServerInteractionStruct* second = qz_beginServer();
+    EXPECT_NE(first, second);
+    EXPECT_EQ(stub(first)->site->flow->impl, stub(second)->site->flow->impl);
+    EXPECT_EQ(qz_getServer(), second) << "the map holds the later record";
+    Interaction* object = objectOf(second);
+    EXPECT_EQ(object->itsRefCount, 2);
+    end(second);
+    EXPECT_EQ(kinds(), "") << "the end that comes first ends the object without a report";
+    EXPECT_EQ(qz_getServer(), nullptr) << "nothing leads to it any more";
+    freeServerInteraction(first);
+}
+
+TEST_F(Calls, CreateIsNewAndGetFindsTheInnermost) {
+    EXPECT_EQ(qz_getServer(), nullptr);
+    EXPECT_EQ(qz_getClient(), nullptr);
+    ServerInteractionStruct* outer = server();
+    ServerInteractionStruct* inner = qz_createServer();
+    EXPECT_EQ(qz_getServer(), inner);
+    stub(inner)->failure = qz_strdup("unpushed");
+    qz_getServer();
+    EXPECT_EQ(stub(inner)->failure, nullptr) << "a refresh overwrites what was not pushed";
+    std::thread([] { EXPECT_EQ(qz_getServer(), nullptr); }).join();
+    siSetUrl(inner, "http://h/a/b");
+    end(inner);
+    EXPECT_EQ(qz_getServer(), outer);
+    ClientInteractionStruct* client = qz_createClient();
+    EXPECT_EQ(qz_getClient(), client);
+    ciSetGroupName(client, "g");
+    qz_endClient(client);
+    freeClientInteraction(client);
+    end(outer);
+    reports();
+}
+
+TEST_F(Calls, AGroupThatCannotBeNamedIsThrownAndTheObjectStays) {
+    ServerInteractionStruct* record = qz_beginServer();
+    for (auto call : {qz_serverAnalyzed, qz_endServer, qz_endServer}) {
+        try {
+            call(record);
+            FAIL() << "nothing thrown";
+        } catch (const char* text) {
+            EXPECT_STREQ(text, "You must provide a name for the application.");
+        }
+    }
+    EXPECT_EQ(kinds(), "");
+    siSetGroupName(record, "g");
+    end(record);
+    EXPECT_EQ(kinds(), "whole ");
+}
+
+TEST_F(Calls, ASecondPayloadSendsTheRequestWithTheFirst) {
+    ServerInteractionStruct* record = server();
+    const unsigned char one[] = "one", reply[] = "reply";
+    siSetPayload(record, one, 3);
+    EXPECT_EQ(siGetSize(record, nullptr), 3);
+    siSetPayload(record, reply, 5);
+    auto got = reports();
+    ASSERT_EQ(got.size(), 1U);
+    EXPECT_EQ(got[0].payload, "one");
+    PayloadStruct* held = siGetPayload(record);
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(held->data), 5), "reply");
+    qz_freePayload(held);
+    siSetPayload(record, reply, 0);
+    EXPECT_EQ(siGetPayload(record), nullptr);
+    EXPECT_EQ(siGetSize(record, nullptr), 0);
+    end(record);
+    // The record's stage was never refreshed, so the end call goes by the object's.
+    EXPECT_EQ(kinds(), "reply ");
+    qz_freePayload(nullptr);
+}
+
+TEST_F(Calls, NullRecordsAndNullTexts) {
+    ServerInteractionStruct* none = nullptr;
+    qz_serverAnalyzed(none);
+    qz_endServer(none);
+    siSetUrl(none, "x");
+    siSetSize(none, 1);
+    siSetPayload(none, nullptr, 0);
+    siSetMsgField(none, "a", "b", 1);
+    EXPECT_EQ(siGetUrl(none), nullptr);
+    EXPECT_EQ(siGetPeerType(none), 0);
+    EXPECT_EQ(siGetSize(none, nullptr), 0);
+    EXPECT_EQ(siGetPayload(none), nullptr);
+    EXPECT_EQ(siGetMsgField(none, "a"), nullptr);
+    EXPECT_EQ(ciGetPayloadContentType(nullptr), nullptr);
+    qz_copyUplinkToClient(nullptr, nullptr);
+    EXPECT_EQ(qz_strdup(nullptr), nullptr);
+
+    ServerInteractionStruct* record = server();
+    siSetUrl(record, nullptr);
+    EXPECT_EQ(siGetUrl(record), nullptr);
+    EXPECT_TRUE(objectOf(record)->getUrl().empty());
+    siSetGroupName(record, "g");
+    siSetMsgField(record, nullptr, "v", 1);
+    EXPECT_EQ(siGetMsgField(record, nullptr), nullptr);
+    end(record);
+    reports();
+}
+
+TEST_F(Calls, AccessorsWriteRecordAndObjectTogether) {
+    ServerInteractionStruct* record = server();
+    Interaction* object = objectOf(record);
+    siSetOneWay(record, 7);
+    EXPECT_EQ(siGetOneWay(record), 7);
+    EXPECT_TRUE(object->itIsOneWay);
+    siSetSvcType(record, 0x1ffff);
+    EXPECT_EQ(siGetSvcType(record), -1);
+    EXPECT_EQ(object->itsSvcType, -1);
+    siSetPayloadContentType(record, "text/plain");
+    EXPECT_EQ(siGetPayloadContentType(record), stub(record)->payloadContentType);
+    siSetMsgField(record, "name", "first", 0);
+    siSetMsgField(record, "name", "second", 0);
+    EXPECT_EQ(taken(siGetMsgField(record, "name")), "first");
+    siSetMsgField(record, "name", "", 1);
+    EXPECT_EQ(taken(siGetMsgField(record, "name")), "first");
+    EXPECT_EQ(siGetMsgField(record, "other"), nullptr);
+    siAddFlowFieldToPropagate(record, "f", "v", 1);
+    EXPECT_EQ(taken(siGetFlowFieldToPropagate(record, "f")), "v");
+    EXPECT_THROW(siSetGroupID(record, "a\tb"), Util::APIException*);
+    EXPECT_EQ(taken(siGetGroupID(record)), "a\tb") << "the record holds the refused text";
+    EXPECT_TRUE(object->itsGroupID.empty());
+    siSetGroupID(record, "ok");
+    end(record);
+    reports();
+}
+
+TEST_F(Calls, AChildCanTakeTheQueueOfItsParent) {
+    ServerInteractionStruct* parent = server();
+    qz_serverAnalyzed(parent);
+    ClientInteractionStruct* other = qz_createClient();
+    ciSetUrl(other, "http://h/a/b");
+    qz_copyUplinkToClient(parent, other);
+    EXPECT_NE(objectOf(other)->itsUplinkData, nullptr);
+    qz_endClient(other);
+    freeClientInteraction(other);
+    end(parent);
+    const auto got = reports();
+    ASSERT_EQ(got.size(), 3U);
+    EXPECT_EQ(got[0].queue, got[1].queue);
+    const int flushes = RecordingUplink::instance().flushes;
+    errno = 77;
+    qz_flushUplink();
+    EXPECT_EQ(errno, 77);
+    EXPECT_EQ(RecordingUplink::instance().flushes, flushes + 1);
+}
+
+}  // namespace
