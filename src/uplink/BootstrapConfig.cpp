@@ -92,7 +92,7 @@ bool AsyncBinaryUplink::BootstrapConfig::bootstrapFromUserHomeFile() {
     return bootstrapFromFile(file.get());
 }
 
-bool AsyncBinaryUplink::BootstrapConfig::bootstrapFromUrl(Util::String url) {
+bool AsyncBinaryUplink::BootstrapConfig::bootstrapFromUrl(const Util::String& url) {
     if (url.c_str() == nullptr) return false;
     if (std::strncmp(url.c_str(), kScheme, kSchemeLength) != 0) {
         if (std::strstr(url.c_str(), "://") != nullptr) Util::trap();

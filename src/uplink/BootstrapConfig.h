@@ -36,7 +36,7 @@ public:
     bool bootstrapEnvVarFromUrl();
     bool bootstrapFromUserHomeFile();
 
-    bool bootstrapFromUrl(Util::String url);
+    bool bootstrapFromUrl(const Util::String& url);
 
     /// The properties come from the file that is named by the address of `file` in hexadecimal, in
     /// the working directory; what stands in the opened file is not read. So a file that opens

@@ -7,12 +7,12 @@ namespace Quenvale::Interceptor::SDK::Util {
 template <class T>
 class IIterator {
 public:
+    virtual ~IIterator() = default;
     virtual bool hasNext() = 0;
     virtual T& next() = 0;
     virtual T& get() = 0;
     /// Removes the element that next() returned last.
     virtual void remove() = 0;
-    virtual ~IIterator() = default;
 };
 
 }  // namespace Quenvale::Interceptor::SDK::Util

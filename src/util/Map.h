@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <new>
 
 #include "util/List.h"
@@ -63,7 +64,8 @@ public:
         putAll(other);
     }
     virtual ~Map() {
-        dropBuckets();
+        for (int i = 0; i < itsBucketCount; ++i) delete itsBuckets[i];
+        std::free(itsBuckets);
         delete itsEntryList;
     }
     Map(const Map&) = delete;
@@ -100,9 +102,19 @@ public:
             if (itsUseLRU == 1) itsEntryList->moveToTail(node);
             return;
         }
+        // Built before the oldest goes: key and value may stand in it.
+        auto entry = std::make_unique<Entry>(key, value, itsFreeMode);
         if (itsMaxSize > 0 && itsSize >= itsMaxSize) dropOldest();
-        auto* entry = new Entry(key, value, itsFreeMode);
-        addNode(itsEntryList->addEx(entry));
+        EntryNode* node = itsEntryList->addEx(entry.get());
+        static_cast<void>(entry.release());
+        try {
+            addNode(node);
+        } catch (...) {
+            // Short of memory: the value stays the caller's.
+            node->data->freeMode = 0;
+            itsEntryList->eraseNode(node);
+            throw;
+        }
     }
     virtual void put(const String& key, const T& value) { insert(key.c_str(), value); }
     virtual void putAll(Map* other) {
@@ -118,12 +130,9 @@ public:
     }
     virtual bool empty() { return itsSize == 0; }
     virtual void clear() {
-        const int buckets = itsBucketCount;
-        dropBuckets();
-        delete itsEntryList;
-        itsEntryList = new List<Entry*>(2);
+        for (int i = 0; i < itsBucketCount; ++i) nullify(&itsBuckets[i], false);
+        itsEntryList->clear();
         itsSize = 0;
-        makeBuckets(buckets);
     }
     virtual int size() { return itsSize; }
     virtual T& operator[](const String& key) { return find(key.c_str()); }
@@ -134,8 +143,10 @@ public:
 
     int bucketCount() const { return itsBucketCount; }
 
-    static unsigned long computeKey(const char* key, int buckets) {
+    /// The bucket of a key among so many; 0 stands for the present number.
+    unsigned long computeKey(const char* key, int buckets) const {
         if (key == nullptr) return 0;
+        if (buckets == 0) buckets = itsBucketCount;
         unsigned long hash = 0;
         for (; *key != '\0'; ++key)
             hash = hash * 65599UL + static_cast<unsigned long>(static_cast<signed char>(*key));
@@ -206,25 +217,20 @@ private:
 
     // The list already holds the entry that asked for more room.
     void resize(int count) {
-        if (count <= itsBucketCount) count = itsBucketCount + 1;
-        dropBuckets();
+        Bucket** const old = itsBuckets;
+        const int oldCount = itsBucketCount;
         makeBuckets(count);
+        for (int i = 0; i < oldCount; ++i) delete old[i];
+        std::free(old);
         for (EntryNode* node = itsEntryList->getHead(); node != nullptr; node = node->next)
             addToBucket(node);
     }
 
     void makeBuckets(int count) {
-        itsBuckets =
-            static_cast<Bucket**>(std::calloc(static_cast<std::size_t>(count), sizeof(Bucket*)));
-        if (itsBuckets == nullptr) throw std::bad_alloc();
+        void* buckets = std::calloc(static_cast<std::size_t>(count), sizeof(Bucket*));
+        if (buckets == nullptr) throw std::bad_alloc();
+        itsBuckets = static_cast<Bucket**>(buckets);
         itsBucketCount = count;
-    }
-
-    void dropBuckets() {
-        for (int i = 0; i < itsBucketCount; ++i) delete itsBuckets[i];
-        std::free(itsBuckets);
-        itsBuckets = nullptr;
-        itsBucketCount = 0;
     }
 
     T itsBlank = blankItem<T>();

@@ -47,9 +47,10 @@ public:
     /// Adds one element at the end. Before the end the size stays, and the last element leaves the
     /// visible range.
     virtual void insert(int index, const T& item) {
+        const T kept = item;  // It may stand in the storage that goes.
         resize(itsSize + 1);
         for (int i = itsSize; i > index; --i) itsItems[i] = std::move(itsItems[i - 1]);
-        set(index, item);
+        set(index, kept);
     }
     /// The first index whose element is the very value, for texts the very buffer; or -1.
     virtual int indexOf(const T& item) {

@@ -1,10 +1,12 @@
 #include "util/blocks.h"
 
+#include <dlfcn.h>
 #include <malloc.h>
 #include <pthread.h>
 
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 #include <new>
 
 namespace Quenvale::Interceptor::SDK::Util {
@@ -59,8 +61,23 @@ void emptyCache(void* argument) {
     }
 }
 
+// A host may bring an allocator of its own and leave malloc_usable_size to the C library, which
+// then misreads the blocks. Only where all of them come from one object can a block's size be
+// asked for.
+bool hasOneAllocator() {
+    const void* home = nullptr;
+    for (const char* name : {"malloc", "free", "malloc_usable_size"}) {
+        Dl_info info;
+        void* function = dlsym(RTLD_DEFAULT, name);
+        if (function == nullptr || dladdr(function, &info) == 0) return false;
+        if (home != nullptr && info.dli_fbase != home) return false;
+        home = info.dli_fbase;
+    }
+    return true;
+}
+
 void makeKey() {
-    ourKeyWorks = pthread_key_create(&ourKey, emptyCache) == 0;
+    ourKeyWorks = hasOneAllocator() && pthread_key_create(&ourKey, emptyCache) == 0;
 }
 
 // Without a hook at its thread's end a cache would leak, so such a thread gets none.
@@ -110,17 +127,18 @@ void* allocateZeroed(std::size_t bytes) noexcept {
 void release(void* block) noexcept {
     if (block == nullptr) return;
 #ifndef QZ_PLAIN_BLOCKS
-    const std::size_t usable = malloc_usable_size(block);
-    if (usable >= kSmallest && usable < 2 * kLargest) {
-        const int i = classOf(usable);
-        Cache& cache = ourCache;
-        if (cache.count[i] < kKept[i] && !cache.isClosed &&
-            (cache.isRegistered || registerCache(cache))) {
-            auto* idle = static_cast<Idle*>(block);
-            idle->next = cache.head[i];
-            cache.head[i] = idle;
-            ++cache.count[i];
-            return;
+    Cache& cache = ourCache;
+    if (!cache.isClosed && (cache.isRegistered || registerCache(cache))) {
+        const std::size_t usable = malloc_usable_size(block);
+        if (usable >= kSmallest && usable < kLargest + kSmallest) {
+            const int i = classOf(usable);
+            if (cache.count[i] < kKept[i]) {
+                auto* idle = static_cast<Idle*>(block);
+                idle->next = cache.head[i];
+                cache.head[i] = idle;
+                ++cache.count[i];
+                return;
+            }
         }
     }
 #endif

@@ -6,9 +6,11 @@
 
 #include "util/ByteArray.h"
 #include "util/String.h"
-#include "util/diagnostics.h"
 
 namespace Quenvale::Interceptor::SDK::Util {
+
+/// Logs that a void* has no destructor.
+QZ_API void reportVoidDeletion();
 
 /// Disposes of what a slot points to and clears the slot. A null slot, or one that holds null,
 /// does nothing. With `useFree` the memory goes back by free(), otherwise by delete.
@@ -21,7 +23,7 @@ void nullify(T** slot, bool useFree) {
         if (useFree)
             std::free(item);
         else
-            errorMsg("ERROR: can't delete a void *\n");
+            reportVoidDeletion();
     } else {
         if constexpr (std::is_same_v<T, ByteArray>) item->releaseContent();
         if (useFree) {

@@ -84,6 +84,17 @@ TEST_F(ClientInteractionTest, TakesOnItsServersFlow) {
     server->end();
 }
 
+TEST_F(ClientInteractionTest, AServerThatReportsNothingStillHasAFlow) {
+    auto server = newServer();
+    server->itIsInternal = true;
+    auto client = create();
+    EXPECT_EQ(client->itsFlowID.length(), 24u);
+    EXPECT_EQ(client->itsFlowID, server->itsFlowID);
+    EXPECT_TRUE(client->itsParentID.empty()) << "the server's id as it stands";
+    client->end();
+    server->end();
+}
+
 TEST_F(ClientInteractionTest, OneKeyMakesAnEntryTwoDoNot) {
     const struct {
         const char* key;

@@ -52,21 +52,14 @@ TEST(Correlation, CallsNestOnTheirThread) {
     EXPECT_EQ(onThread(), nullptr);
     auto outer = newServer();
     auto inner = newServer();
+    auto client = newClient();
     EXPECT_EQ(onThread(), inner.get());
+    EXPECT_EQ(onThread(true), client.get()) << "neither kind hides the other";
     onOtherThread([] { EXPECT_EQ(onThread(), nullptr); });
     inner->end();
     EXPECT_EQ(onThread(), outer.get());
     outer->end();
     EXPECT_EQ(onThread(), nullptr);
-}
-
-TEST(Correlation, ServersAndClientsDoNotHideEachOther) {
-    auto server = newServer();
-    auto client = newClient();
-    EXPECT_EQ(onThread(), server.get());
-    EXPECT_EQ(onThread(true), client.get());
-    server->end();
-    EXPECT_EQ(onThread(true), client.get());
     client->end();
 }
 
@@ -154,7 +147,6 @@ TEST(Correlation, NothingLeadsToADestroyedInteraction) {
     IIntCorrelator* correlator = IntCorrelator::instance();
     auto below = newServer();
     auto server = newServer("a");
-    auto above = newServer();
     server->storeLocalKey("b");
     correlator->putServer(server.get(), "c");
     correlator->putClient(server.get(), kNone);
@@ -167,6 +159,9 @@ TEST(Correlation, NothingLeadsToADestroyedInteraction) {
         EXPECT_EQ(onThread(), nullptr);
     });
     EXPECT_EQ(isPut.get_future().wait_for(kLimit), std::future_status::ready);
+    // What is popped here serves the next call, so that the way to what lies below it is lost.
+    correlator->dropValue(server.get(), true);
+    auto above = newServer();
     server.reset();
     isGone.set_value();
     other.join();
@@ -195,7 +190,7 @@ TEST(Correlation, AThreadThatEndsTakesItsEntriesWithIt) {
 TEST(Correlation, CallsWorkWhileTheThreadEnds) {
     static pthread_key_t key;
     static int round;
-    constexpr int kRounds = 3;  // The system gives at least four.
+    constexpr int kRounds = 2;  // Of four; in the last one TSan has left the thread.
     round = 0;
     const auto atThreadEnd = [](void* value) {
         auto server = newServer();

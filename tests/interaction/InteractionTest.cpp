@@ -65,20 +65,20 @@ protected:
 TEST_F(InteractionTest, StagesReportOnce) {
     const struct {
         const char* why;
-        Kind kind;
-        bool isContinuation, isInternal;
         const char* steps;  // a analysed, c complete, e end
         const char* reports;
         int state;
+        Kind kind;
+        bool isContinuation, isInternal;
     } rows[] = {
-        {"request and reply", kServer, false, false, "ac", "request reply ", 2},
-        {"one event for both sides", kServer, false, false, "c", "whole ", 2},
-        {"end completes", kClient, false, false, "ae", "request reply ", 3},
-        {"no stage is passed twice", kServer, false, false, "aaccaeec", "request reply ", 3},
-        {"a completed call is not analysed", kServer, false, false, "ca", "whole ", 2},
-        {"a server that continues a split is silent", kServer, true, false, "ae", "", 3},
-        {"a client is not", kClient, true, false, "ae", "request reply ", 3},
-        {"internal calls are silent", kClient, false, true, "ae", "", 3},
+        {"request and reply", "ac", "request reply ", 2, kServer, false, false},
+        {"one event for both sides", "c", "whole ", 2, kServer, false, false},
+        {"end completes", "ae", "request reply ", 3, kClient, false, false},
+        {"no stage is passed twice", "aaccaeec", "request reply ", 3, kServer, false, false},
+        {"a completed call is not analysed", "ca", "whole ", 2, kServer, false, false},
+        {"a server that continues a split is silent", "ae", "", 3, kServer, true, false},
+        {"a client is not", "ae", "request reply ", 3, kClient, true, false},
+        {"internal calls are silent", "ae", "", 3, kClient, false, true},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.why);

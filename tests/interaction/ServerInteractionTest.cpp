@@ -41,8 +41,6 @@ TEST_F(ServerInteractionTest, StartsWithAParentAndWithoutIds) {
     EXPECT_EQ(server->itsParentID.length(), 24u);
     EXPECT_TRUE(server->itsFlowID.empty());
     EXPECT_TRUE(server->itsInteractionID.empty());
-    EXPECT_EQ(server->itsState, 0);
-    EXPECT_TRUE(server->isServer());
     EXPECT_EQ(Interaction::get("k", false), server.get());
     EXPECT_EQ(Interaction::get(kNone, false), server.get());
     server->itsUpstreamInteractionID = "up";
@@ -173,7 +171,6 @@ TEST_F(ServerInteractionTest, JoiningAFlowKeepsTheParent) {
 }
 
 TEST_F(ServerInteractionTest, JoiningAnInteractionTakesItsIdentity) {
-    auto server = create();
     std::unique_ptr<ClientInteraction> client(
         ClientInteraction::create(kNone, kNone, false, false));
     client->itsLocus = "locus";
@@ -187,7 +184,6 @@ TEST_F(ServerInteractionTest, JoiningAnInteractionTakesItsIdentity) {
     EXPECT_EQ(joined->itsLocus, "locus");
     EXPECT_EQ(joined->itsCalleeAddr, "callee");
     EXPECT_EQ(joined->itsPeerType, 0);
-    server->itsState = 3;
 }
 
 TEST_F(ServerInteractionTest, ThePathIsComputedWhereTheConfigurationWantsIt) {

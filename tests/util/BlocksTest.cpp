@@ -1,6 +1,7 @@
 #include "util/blocks.h"
 
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -24,6 +25,20 @@ TEST(Blocks, HoldWhatWasAskedForAndMixWithMalloc) {
         release(zeroed);
     }
     release(nullptr);
+}
+
+TEST(Blocks, AThreadsBlocksGoWhenItEnds) {
+    const auto run = [] {
+        std::thread([] {
+            std::vector<void*> blocks;
+            for (int i = 0; i < 400; ++i) blocks.push_back(allocate(24U << (i % 6)));
+            for (void* block : blocks) release(block);
+        }).join();
+    };
+    run();
+    const std::size_t before = mallinfo2().uordblks;
+    for (int i = 0; i < 100; ++i) run();
+    EXPECT_LT(mallinfo2().uordblks, before + 200000) << "a hundred caches would be millions";
 }
 
 // Every block is written in full between its two uses: two owners of one block would show.

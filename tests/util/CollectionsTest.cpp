@@ -55,6 +55,13 @@ TEST(Map, ABoundedMapDropsItsHead) {
     EXPECT_EQ(Counted::alive, 0);
 }
 
+TEST(Map, AnEntryMayBeInsertedFromTheOneThatItPushesOut) {
+    Map<String> map(2, 0, 1);
+    map.put("a", "text");
+    map.put("b", map.find("a"));
+    EXPECT_TRUE(map.find("b") == "text");
+}
+
 TEST(Map, AMissGivesTheBlankAndInsertsNothing) {
     Map<String> texts;
     EXPECT_TRUE(texts.find("x") == "" && texts.empty());
@@ -97,9 +104,10 @@ TEST(Map, CopiesAndClones) {
 }
 
 TEST(Map, HashesSignedCharacters) {
-    EXPECT_EQ(Map<int>::computeKey("ab", 1 << 30), (97UL * 65599 + 98) % (1UL << 30));
-    EXPECT_EQ(Map<int>::computeKey("\xff", 16), 15U) << "minus one, modulo 2 to the 64";
-    EXPECT_EQ(Map<int>::computeKey("", 16), 0U);
+    const Map<int> map;
+    EXPECT_EQ(map.computeKey("ab", 1 << 30), (97UL * 65599 + 98) % (1UL << 30));
+    EXPECT_EQ(map.computeKey("\xff", 16), 15U) << "minus one, modulo 2 to the 64";
+    EXPECT_EQ(map.computeKey("", 0), 0U);
 }
 
 TEST(List, IteratorStepsRemovesAndInserts) {

@@ -61,7 +61,7 @@ public:
     std::string error;
 };
 
-AgentPeer::AgentPeer(PeerSettings settings) : itsBody(std::make_unique<Body>(settings)) {}
+AgentPeer::AgentPeer(const PeerSettings& settings) : itsBody(std::make_unique<Body>(settings)) {}
 
 AgentPeer::~AgentPeer() {
     stop();

@@ -92,7 +92,7 @@ struct PeerSettings {
 /// and error() says why.
 class AgentPeer {
 public:
-    explicit AgentPeer(PeerSettings settings = PeerSettings());
+    explicit AgentPeer(const PeerSettings& settings = PeerSettings());
     ~AgentPeer();
     AgentPeer(const AgentPeer&) = delete;
     AgentPeer& operator=(const AgentPeer&) = delete;

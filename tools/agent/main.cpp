@@ -118,7 +118,9 @@ void Run::waitForSignal(const sigset_t& ends) {
 }
 
 int Run::run() {
-    // Taken in waitForSignal alone; threads made from here on inherit the mask.
+    // Taken in waitForSignal alone; threads made from here on inherit the mask. A script's
+    // background programs are born with SIGINT ignored, and what is ignored can't be waited for.
+    std::signal(SIGINT, SIG_DFL);
     sigset_t ends;
     sigemptyset(&ends);
     sigaddset(&ends, SIGINT);
