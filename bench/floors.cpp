@@ -146,32 +146,32 @@ private:
     std::size_t itsSize;
 };
 
-constexpr int kTexts = 9;
+/// The texts of a request, with the operation once more, which the library keeps too.
+constexpr int kKnown = bench::kTexts + 1;
+struct Known {
+    explicit Known(const Request& request) {
+        std::copy(request.begin(), request.end(), texts);
+        texts[bench::kTexts] = request[bench::kOperation];
+    }
+    const char* texts[kKnown];
+};
 
-Event requestEvent(const char* const* texts, std::int64_t start, unsigned number) {
+Event requestEvent(const Known& known, std::int64_t start, unsigned number) {
     // Behind the texts stand seven identifiers: flow, interaction, upstream, group, service,
     // operation and path.
-    string_view all[kTexts + 7];
-    for (int i = 0; i < kTexts; ++i) all[i] = texts[i];
-    for (int i = kTexts; i < kTexts + 7; ++i) all[i] = kIdentifier;
+    string_view all[kKnown + 7];
+    for (int i = 0; i < kKnown; ++i) all[i] = known.texts[i];
+    for (int i = kKnown; i < kKnown + 7; ++i) all[i] = kIdentifier;
     const std::int64_t numbers[] = {start, 200, 0, 0, 1, std::int64_t{number}};
-    return Event(all, kTexts + 7, numbers, 6);
-}
-
-void knownTexts(const Request& known, const char** texts) {
-    const char* const all[kTexts] = {known.url,           known.operation,   known.groupName,
-                                     known.serviceName,   known.peerAddress, known.localAddress,
-                                     known.siteAttribute, known.securityID,  known.operation};
-    std::copy(all, all + kTexts, texts);
+    return Event(all, kKnown + 7, numbers, 6);
 }
 
 void wholeCall(Outbox& outbox, unsigned number) {
-    const char* texts[kTexts];
-    knownTexts(bench::request(number), texts);
+    Known known(bench::request(number));
     const std::int64_t start = milliseconds();
-    for (const char*& text : texts) text = ::strdup(text);
+    for (const char*& text : known.texts) text = ::strdup(text);
     {
-        const Event event = requestEvent(texts, start, number);
+        const Event event = requestEvent(known, start, number);
         outbox.append(event.bytes(), event.size());
     }
     const std::int64_t end = milliseconds();
@@ -181,7 +181,7 @@ void wholeCall(Outbox& outbox, unsigned number) {
         const Event event(identifiers, 2, numbers, 3);
         outbox.append(event.bytes(), event.size());
     }
-    for (const char* text : texts) std::free(const_cast<char*>(text));
+    for (const char* text : known.texts) std::free(const_cast<char*>(text));
 }
 
 struct Hash {
@@ -331,30 +331,29 @@ int main(int count, char** arguments) {
         return [&target](unsigned number) { wholeCall(target, number); };
     };
 
-    const char* texts[kTexts];
-    knownTexts(bench::request(0), texts);
+    const Known known(bench::request(0));
     const auto encode = [&](unsigned number) {
-        const Event event = requestEvent(texts, 1700000000000, number);
+        const Event event = requestEvent(known, 1700000000000, number);
         bench::use(*event.bytes());
     };
-    const double eventSize = static_cast<double>(requestEvent(texts, 0, 0).size());
+    const double eventSize = static_cast<double>(requestEvent(known, 0, 0).size());
 
     Hash hash;
     const char input[64] = "http://books.example:8080/orders";
     Decisions decisions, coldDecisions;
     for (unsigned i = 0; i < bench::kRequests; ++i)
-        decisions.decide(bench::request(i).url, bench::request(i).operation);
+        decisions.decide(bench::request(i)[bench::kUrl], bench::request(i)[bench::kOperation]);
 
     const auto hashBlock = [&](unsigned) {
         hash.takeBlock(input);
         bench::use(hash);
     };
     const auto find = [&](unsigned number) {
-        const Request& known = bench::request(number);
-        bench::use(decisions.find(known.url, known.operation));
+        const Request& each = bench::request(number);
+        bench::use(decisions.find(each[bench::kUrl], each[bench::kOperation]));
     };
     const auto decide = [&](unsigned number) {
-        coldDecisions.decide(bench::coldUrl(number), bench::request(number).operation);
+        coldDecisions.decide(bench::coldUrl(number), bench::request(number)[bench::kOperation]);
     };
     const auto encoder = bench::block(1000, encode);
     return bench::serve({

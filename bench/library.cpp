@@ -32,16 +32,16 @@ constexpr unsigned kCalls = 250;
 unsigned long long ourReportedCalls = 0;
 
 void setTexts(ServerInteractionStruct* call, const Request& known) {
-    siSetUrl(call, known.url);
-    siSetOpName(call, known.operation);
-    siSetGroupName(call, known.groupName);
-    siSetServiceName(call, known.serviceName);
-    siSetPeerAddr(call, known.peerAddress);
+    siSetUrl(call, known[bench::kUrl]);
+    siSetOpName(call, known[bench::kOperation]);
+    siSetGroupName(call, known[bench::kGroupName]);
+    siSetServiceName(call, known[bench::kServiceName]);
+    siSetPeerAddr(call, known[bench::kPeerAddress]);
     // There are no accessors for these.
     InteractionStubStruct* stub = call->interaction->stub;
-    stub->securityID = qz_strdup(known.securityID);
-    stub->site->localAddr = qz_strdup(known.localAddress);
-    stub->site->siteAttr = qz_strdup(known.siteAttribute);
+    stub->securityID = qz_strdup(known[bench::kSecurityID]);
+    stub->site->localAddr = qz_strdup(known[bench::kLocalAddress]);
+    stub->site->siteAttr = qz_strdup(known[bench::kSiteAttribute]);
 }
 
 ServerInteractionStruct* openCall(unsigned number) {
@@ -94,14 +94,20 @@ double countAllocations() {
 }
 
 /// An interaction as a call has it when its url and operation are known. It reports nothing.
-class Undecided : public SDK::ServerInteraction {
-public:
+struct Undecided : SDK::ServerInteraction {
     Undecided(const char* url, const char* operation) {
         itsUrl = url;
         itsOpName = operation;
     }
-    ~Undecided() override { itsState = 0; }
 };
+using Undecideds = std::vector<std::unique_ptr<Undecided>>;
+
+Undecideds undecided(unsigned count, const char* (*url)(unsigned), unsigned first) {
+    Undecideds calls;
+    for (unsigned i = first; i < first + count; ++i)
+        calls.push_back(std::make_unique<Undecided>(url(i), bench::request(i)[bench::kOperation]));
+    return calls;
+}
 
 int encodeRequest(SDK::Interaction& call) {
     SDK::Util::ByteArray event = SDK::AgentEvent(&call, false, true).serialize();
@@ -111,32 +117,24 @@ int encodeRequest(SDK::Interaction& call) {
     return size;
 }
 
-Undecided& callToEncode() {
-    const Request& known = bench::request(0);
-    auto& call = *new Undecided(known.url, known.operation);
-    call.setGroupName(known.groupName);
-    call.setServiceName(known.serviceName);
-    call.setSecurityID(known.securityID);
-    call.setPeerAddr(known.peerAddress);
-    call.itsLocalAddr = known.localAddress;
-    call.itsSiteAttr = known.siteAttribute;
+void describe(SDK::Interaction& call, const Request& known) {
+    call.setGroupName(known[bench::kGroupName]);
+    call.setServiceName(known[bench::kServiceName]);
+    call.setSecurityID(known[bench::kSecurityID]);
+    call.setPeerAddr(known[bench::kPeerAddress]);
+    call.itsLocalAddr = known[bench::kLocalAddress];
+    call.itsSiteAttr = known[bench::kSiteAttribute];
     call.itsSubNode = SDK::Interaction::ourServerInstance;
     call.markTime();
-    return call;
 }
-
-using Undecideds = std::vector<std::unique_ptr<Undecided>>;
 
 // With all that hangs on it: the group from the url, too.
 double coldDecisions() {
     static unsigned number = 0;
     constexpr unsigned kDecisions = 125;
     const auto decide = [] {
-        Undecideds calls;
-        for (unsigned i = number; i < number + kDecisions; ++i)
-            calls.push_back(
-                std::make_unique<Undecided>(bench::coldUrl(i), bench::request(i).operation));
         const unsigned first = number;
+        const Undecideds calls = undecided(kDecisions, bench::coldUrl, first);
         const auto load = [&](unsigned i) { calls[i - first]->loadFromCache(); };
         return bench::timed(kDecisions, number, load);
     };
@@ -163,20 +161,12 @@ double growth() {
     return residentBytes() - before;
 }
 
-std::size_t textBytes(const Request& known) {
-    std::size_t sum = 0;
-    for (const char* text :
-         {known.url, known.operation, known.groupName, known.serviceName, known.peerAddress,
-          known.localAddress, known.securityID, known.siteAttribute})
-        sum += std::strlen(text) + 1;
-    return sum;
-}
-
 /// Opens calls that stay open. The result is what each takes, in bytes beside its eight texts.
 double openOthers(unsigned others) {
     double texts = 0;
     for (unsigned i = 0; i < others; ++i)
-        texts += static_cast<double>(textBytes(bench::request(i)));
+        for (const char* text : bench::request(i))
+            texts += static_cast<double>(std::strlen(text) + 1);
     const auto openSome = [](unsigned from, unsigned to) {
         for (unsigned i = from; i < to; ++i) {
             openCall(i);
@@ -206,7 +196,15 @@ int main(int count, char** arguments) {
     calls();  // What is made once: streams, caches, the pages of the buffers.
     const double perOpenCall = openOthers(others);
 
-    Undecided& call = callToEncode();
+    const auto known = undecided(
+        bench::kRequests, [](unsigned i) { return bench::request(i)[bench::kUrl]; }, 0);
+    for (const auto& each : known) each->loadFromCache();
+    const auto find = [&](unsigned i) {
+        Undecided* const each = known[i % bench::kRequests].get();
+        bench::use(SDK::InterceptorConfig::itsCurrent.getConfig(each, false));
+    };
+    SDK::Interaction& call = *known[0];
+    describe(call, bench::request(0));
     const double eventSize = encodeRequest(call);
     const auto encoder = bench::block(1000, [&](unsigned) { encodeRequest(call); });
     unsigned char input[64] = "http://books.example:8080/orders";
@@ -214,16 +212,6 @@ int main(int count, char** arguments) {
     SDK::Util::Quenvale_MD5Init(&context);
     const auto hashBlock = [&](unsigned) {
         SDK::Util::Quenvale_MD5Update(&context, input, sizeof input);
-    };
-    Undecideds known;
-    for (unsigned i = 0; i < bench::kRequests; ++i) {
-        known.push_back(
-            std::make_unique<Undecided>(bench::request(i).url, bench::request(i).operation));
-        known.back()->loadFromCache();
-    }
-    const auto find = [&](unsigned i) {
-        Undecided* const each = known[i % bench::kRequests].get();
-        bench::use(SDK::InterceptorConfig::itsCurrent.getConfig(each, false));
     };
     return bench::serve({
         {"call", calls},

@@ -7,7 +7,9 @@
  *   Records   yours until the matching free call. The object behind a record is gone after its
  *             end call; the record then still answers the getters.
  *   Fields    may be written directly, with texts from qz_strdup() or malloc(): the record
- *             releases them. They reach the object at the next analysed or apply call.
+ *             releases them; free() the text that stood there. They reach the object at the next
+ *             analysed or apply call, or at the end call of a request that was never analysed. A
+ *             call that refreshes the record overwrites what has not got there yet.
  *   Threads   any thread; a record belongs to one thread at a time. Begin, create and get calls
  *             work on the calling thread's open interactions.
  *   Delivery  never reported: an event that can't be sent is dropped. The first report of a
@@ -15,6 +17,7 @@
  *   errno     is left as it was.
  *   THROWS    marks a call that lets a C++ exception through, of the type const char* or
  *             APIException*. Nothing here catches one; a C caller must avoid the cause named.
+ *             Short of memory, any call may throw std::bad_alloc.
  *
  * The order of calls, for a request that comes in:
  *
@@ -80,7 +83,7 @@ typedef struct SiteStubStruct {
 
 /* What describes this one call. */
 typedef struct InteractionStubStruct {
-    char* failure; /* also read by the end calls: the text of the final event */
+    char* failure; /* read by the end calls too: the text of the final event */
     char* securityID;
     char* securityAttr1;
     char* securityAttr2;
@@ -145,8 +148,9 @@ QZ_C_API ServerInteractionStruct* newServerInteraction(void);
 QZ_C_API ClientInteractionStruct* newClientInteraction(void);
 
 /* Release a record, its texts and the records inside it. NULL does nothing. The objects of
- * interactions are left alone: they go in the end calls, so end a call before you free its record.
- * freeSiteStub() is for a site record that stands alone, and destroys the object it owns. */
+ * interactions are left alone: they go in the end calls. End a call before you free any record of
+ * it, since the get calls lead to the record until then. freeSiteStub() is for a site record that
+ * stands alone, and destroys the object it owns. */
 QZ_C_API void freeFlowStub(FlowStubStruct* record);
 QZ_C_API void freeSiteStub(SiteStubStruct* record);
 QZ_C_API void freeInteractionStub(InteractionStubStruct* record);
@@ -158,32 +162,44 @@ QZ_C_API void freeClientInteraction(ClientInteractionStruct* record);
 
 /* The call that begins on this thread. An interaction of the thread that is still in its request
  * stage is the same call, seen by a second interceptor: it is returned with its count raised and a
- * record of its own. End such a call through one record only, and once: the end call that comes
- * first destroys the object, and every other record of it is stale from then on. */
+ * record of its own. End such a call through one record only, and once: that end call destroys the
+ * object, and all that may be done with its other records is to read and free them. It reports no
+ * reply, since a begin is still open: an analysed call may be reported as one that never got its
+ * reply, and any other goes unreported.
+ *
+ * A new client under an open server reports that server's request first. THROWS if that server
+ * can't be given a group (see the analysed calls). */
 QZ_C_API ServerInteractionStruct* qz_beginServer(void);
 QZ_C_API ClientInteractionStruct* qz_beginClient(void);
 
-/* Always a new interaction. A client created under an open server reports that server's request
- * first. THROWS if that server can't be given a group (see the analysed calls). */
+/* Always a new interaction; otherwise like the begin calls. */
 QZ_C_API ServerInteractionStruct* qz_createServer(void);
 QZ_C_API ClientInteractionStruct* qz_createClient(void);
 
 /* The record of the thread's innermost open interaction, refreshed from the object: what was
  * written into the record and not yet pushed is overwritten, the failure too. NULL if there is
- * none. The record is the one that its begin or create call returned; don't free it twice. */
+ * none. The record is the one that the last begin or create call for that interaction returned;
+ * don't free it twice. Only an interaction that was made in C++ gets a new one here, and keeps it
+ * for the calls that follow. */
 QZ_C_API ServerInteractionStruct* qz_getServer(void);
 QZ_C_API ClientInteractionStruct* qz_getClient(void);
 
 /* The request is known in full. Pushes the record to its object, fixes the identifiers, reports the
  * request and refreshes the record. Leave it out and the end call reports both sides at once.
+ *
+ * The stage is part of what is pushed. Where a client, a split or a second payload has reported the
+ * request already, the record doesn't know, and the request is reported again: leave the call out
+ * then, or let a get call refresh the record before it.
+ *
  * THROWS the text "You must provide a name for the application." if there is neither a url nor a
  * group name or id; nothing is reported then. */
 QZ_C_API void qz_serverAnalyzed(ServerInteractionStruct* server);
 QZ_C_API void qz_clientAnalyzed(ClientInteractionStruct* client);
 
-/* The reply is known. Reports it, and destroys the object; the record stays for reading. Behind an
- * analysed call only the record's failure still counts: use the accessors for the other reply
- * values. THROWS like the analysed calls; the object then stays. */
+/* The reply is known. Reports it, and destroys the object; the record stays for reading. Once the
+ * request was reported only the record's failure still counts, and it replaces the object's, also
+ * when it is NULL: use the accessors for the other reply values. THROWS like the analysed calls;
+ * the object then stays. */
 QZ_C_API void qz_endServer(ServerInteractionStruct* server);
 QZ_C_API void qz_endClient(ClientInteractionStruct* client);
 
@@ -204,7 +220,10 @@ QZ_C_API char* siGetPeerAddr(ServerInteractionStruct* record);
 QZ_C_API void ciSetPeerAddr(ClientInteractionStruct* record, const char* text);
 QZ_C_API char* ciGetPeerAddr(ClientInteractionStruct* record);
 
-/* Group, service, operation and path are derived from the url where you name none. */
+/* The identifiers come from the url: the operation id always, out of the operation name and the
+ * path; the service id and the group where you give none. The first call with a url and an
+ * operation name decides the group and service id of the later ones with that pair. Without a url
+ * what you give stands. */
 QZ_C_API void siSetUrl(ServerInteractionStruct* record, const char* text);
 QZ_C_API char* siGetUrl(ServerInteractionStruct* record);
 QZ_C_API void ciSetUrl(ClientInteractionStruct* record, const char* text);
@@ -226,7 +245,8 @@ QZ_C_API void ciSetGroupName(ClientInteractionStruct* record, const char* text);
 QZ_C_API char* ciGetGroupName(ClientInteractionStruct* record);
 
 /* At most 32 printable characters. THROWS an APIException* "Group ID is invalid: ..." otherwise,
- * for NULL too; the record then holds the text and the object keeps its value. */
+ * for NULL too; the object keeps its value, but the record holds the text, and a push stores that
+ * unchecked. */
 QZ_C_API void siSetGroupID(ServerInteractionStruct* record, const char* text);
 QZ_C_API char* siGetGroupID(ServerInteractionStruct* record);
 QZ_C_API void ciSetGroupID(ClientInteractionStruct* record, const char* text);
@@ -277,7 +297,8 @@ QZ_C_API int siGetLowPriority(ServerInteractionStruct* record);
 QZ_C_API void ciSetLowPriority(ClientInteractionStruct* record, int value);
 QZ_C_API int ciGetLowPriority(ClientInteractionStruct* record);
 
-/* Writes the record only; the object has it at the end call. Works without an object. */
+/* Writes the record only; the object has it at the end call, or with a push before that. Works
+ * without an object. */
 QZ_C_API void siSetFailure(ServerInteractionStruct* record, const char* text);
 QZ_C_API char* siGetFailure(ServerInteractionStruct* record);
 QZ_C_API void ciSetFailure(ClientInteractionStruct* record, const char* text);
@@ -289,10 +310,11 @@ QZ_C_API void siSetSize(ServerInteractionStruct* record, long long size);
 QZ_C_API void ciSetSize(ClientInteractionStruct* record, long long size);
 
 /* The payload of the current message, copied; it sets the size too. NULL bytes or a size of 0 take
- * the payload away. A second payload before the request was reported is the reply's: the request
- * goes out first, with the payload it had. THROWS then like the analysed calls. The agent decides
- * by its configuration whether payloads travel. siGetPayload() gives a copy, NULL if there is none
- * or the object is gone. */
+ * the payload away. What follows a first payload, its removal too, is the reply's: a request that
+ * was not yet reported goes out first, with the payload it had and without what was only written
+ * into the record. THROWS then like the analysed calls. The agent decides by its configuration
+ * whether payloads travel. siGetPayload() gives a copy, NULL if there is none or the object is
+ * gone. */
 QZ_C_API void siSetPayload(ServerInteractionStruct* record, const unsigned char* bytes, int size);
 QZ_C_API PayloadStruct* siGetPayload(ServerInteractionStruct* record);
 QZ_C_API void ciSetPayload(ClientInteractionStruct* record, const unsigned char* bytes, int size);
@@ -321,6 +343,61 @@ QZ_C_API void ciAddFlowFieldToPropagate(ClientInteractionStruct* record, const c
                                         const char* value, int overwrite);
 QZ_C_API char* ciGetFlowFieldToPropagate(ClientInteractionStruct* record, const char* name);
 
+/* ---- The context header: the one text that a request carries to the next process, under the name
+ * "QZ_Header" in whatever slot its protocol offers. */
+
+/* Reads the header that came with a request. It counts in the request stage only: call it before
+ * the analysed call. 1 if the header was accepted, 0 if it is blank or late. The whole record is
+ * refreshed, so what was written into it and not yet pushed is lost. */
+QZ_C_API int qz_readHeader(const char* text, ServerInteractionStruct* server);
+
+/* The header to send with a request, or NULL when there is nothing to send: a call with neither a
+ * peer address, nor a host in its url, nor flow fields, nor asserted trust has none. `trust` asks
+ * for a trust assertion.
+ *
+ * Call it behind qz_clientAnalyzed() to have the client's event carry its operation and service
+ * ids. In front of it the header fixes the ids on the object but brings only the two paths back
+ * into the record, and the analysed call then pushes the record's empty ids over them. THROWS like
+ * the analysed calls. */
+QZ_C_API char* qz_writeHeader(ClientInteractionStruct* client, int trust);
+
+/* ---- Splits: a server call that another thread or process goes on with. */
+
+/* What the other thread needs. The server passes its request stage; the record given is not
+ * refreshed. Release the result with freeSiteStub(). The second argument is not used. THROWS like
+ * the analysed calls. */
+QZ_C_API SiteStubStruct* qz_split(InteractionStruct* interaction, void* unused);
+
+/* The same as one block of bytes, for carriers that take no records; `size` gets its length.
+ * Release it with qz_free(). THROWS like the analysed calls. */
+QZ_C_API char* qz_splitServer(ServerInteractionStruct* server, unsigned* size);
+
+/* The server on this thread that goes on with a split. It reports nothing of its own: the split
+ * server stands for it, and clients made under it show that one as their parent. The site record
+ * stays yours. The block must come from qz_splitServer(): it carries no length to check. */
+QZ_C_API ServerInteractionStruct* qz_beginServerSplit(SiteStubStruct* site);
+QZ_C_API ServerInteractionStruct* qz_beginServerSplit2(char* block);
+
+/* Gives the server the flow and the identity of another interaction. Both records are pushed
+ * first, and the server's is refreshed. */
+QZ_C_API void qz_serverJoin(ServerInteractionStruct* server, InteractionStruct* other);
+
+/* A site record as a block of bytes, and back. serializeSiteStub() gives NULL for NULL and leaves
+ * `size` alone. deserializeSiteStub(), below, fills a fresh record, or a new one for NULL, and
+ * trusts the block: it must come from serializeSiteStub(). A null text comes back as an empty one;
+ * operation, group and service ids stay behind. addstring() copies a text with its terminator, or
+ * one terminator for NULL, and gives the place behind it. */
+QZ_C_API char* serializeSiteStub(SiteStubStruct* record, unsigned* size);
+QZ_C_API char* addstring(const char* text, char* position);
+
+/* ---- A sub-request inside the thread's innermost server, reported as a client and a server that
+ * never leave the process. Both out values are objects and not records; they stay the innermost
+ * ones of the thread until qz_endSubRequest(), which takes NULL for either. Both are NULL when the
+ * thread has no server. With neither callee nor flow field the pair has no header between it, and
+ * its server is not tied to its client. THROWS like the analysed calls. */
+QZ_C_API void qz_createSubRequest(const char* opName, void** client, void** server);
+QZ_C_API void qz_endSubRequest(void* client, void* server);
+
 /* ---- Queues. Makes the destination's events take the queue of the source's, so that both stay in
  * order. The source is a server or client record whose call has reported something and not ended.
  * Nothing happens if either record is NULL or without an object. */
@@ -332,6 +409,10 @@ QZ_C_API void qz_copyUplinkToServer(void* source, ServerInteractionStruct* desti
 #endif
 
 /* The functions with C++ symbols. */
+QZ_C_API SiteStubStruct* deserializeSiteStub(char* block, SiteStubStruct* record)
+    QZ_SYMBOL("_Z19deserializeSiteStubPcP14SiteStubStruct");
+/* The length of a text; 0 for NULL. */
+QZ_C_API unsigned strlencustom(char* text) QZ_SYMBOL("_Z12strlencustomPc");
 QZ_C_API long long siGetSize(ServerInteractionStruct* record, unsigned char* unused)
     QZ_SYMBOL("_Z9siGetSizeP23ServerInteractionStructPh");
 QZ_C_API long long ciGetSize(ClientInteractionStruct* record, unsigned char* unused)

@@ -71,6 +71,7 @@ void setText(Record* record, char** (*field)(InteractionStubStruct*), const char
              Store store) {
     Interaction* object = objectOf(record);
     if (object == nullptr) return;
+    const ErrnoKeeper keeper;  // A late value may be logged.
     char** place = field(stubOf(record));
     replaceText(place, text);
     store(*object, Util::String(*place));

@@ -127,7 +127,7 @@ void assignStr(char** target, const Util::String& value) {
 
 unsigned char* ucDup(const unsigned char* bytes, int size) {
     auto* copy = static_cast<unsigned char*>(std::malloc(static_cast<std::size_t>(size)));
-    if (copy != nullptr) std::memcpy(copy, bytes, static_cast<std::size_t>(size));
+    if (copy != nullptr && size > 0) std::memcpy(copy, bytes, static_cast<std::size_t>(size));
     return copy;
 }
 

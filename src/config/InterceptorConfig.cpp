@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
@@ -27,9 +28,34 @@ constexpr int kLargestFirstCapacity = 1024;
 
 // Behind its end a text reads as empty lines for ever, and a row of nothing but empty lines is a
 // legal row. A cut text must still give the rows that its count promised, yet a count of billions
-// must not take the host's memory, nor its time under the lock: so a table ends where more rows
-// than this in a row have been empty. The first of them hides all others from a filter anyway.
+// must not take the host's memory, nor its time under the lock: so a table ends where so many rows
+// have been empty since the source ran dry. A reader holds back fewer lines than that, so that no
+// row which stands in the text is left to be read as the next table.
 constexpr int kLongestEmptyRun = 4096;
+constexpr int kLongestLine = 255;
+
+// The lines of a file, which by itself never says that it has run dry.
+class FileLines final : public Util::StreamReader {
+public:
+    FileLines(Util::FileStreamReader& file, long long size) : itsFile(file), itsLeft(size) {}
+
+    void closeReader() override { itsFile.closeReader(); }
+    explicit operator bool() const override { return itsLeft > 0; }
+    Util::String ReadLine() override {
+        Util::String line = itsFile.ReadLine();
+        itsLeft -= std::min(static_cast<int>(line.length()) + 1, kLongestLine);
+        return line;
+    }
+
+private:
+    Util::FileStreamReader& itsFile;
+    long long itsLeft;  // bytes
+};
+
+long long sizeOf(const Util::String& path) {
+    struct stat status;
+    return stat(path.c_str(), &status) == 0 ? static_cast<long long>(status.st_size) : 0;
+}
 
 int readNumber(Util::StreamReader& reader) {
     const Util::String line = reader.ReadLine();
@@ -107,8 +133,9 @@ void InterceptorConfig::RefreshFromFile(bool checkExists) {
         itIsAlive = false;
     } else {
         Util::FileStreamReader reader(path.c_str());
+        FileLines lines(reader, sizeOf(path));
         if (reader)
-            updateConfig(reader);
+            updateConfig(lines);
         else
             itIsAlive = false;
         reader.closeReader();
@@ -201,7 +228,7 @@ InterceptorConfig::Table* InterceptorConfig::ReadFilters(Util::StreamReader& rea
                 row->set(column, reader.ReadLine());
                 isEmpty = isEmpty && row->at(column).empty();
             }
-            emptyRun = isEmpty ? emptyRun + 1 : 0;
+            emptyRun = isEmpty && !reader ? emptyRun + 1 : 0;
             table->add(row.get());
             static_cast<void>(row.release());
         }
@@ -220,7 +247,7 @@ InterceptorConfig::Row* InterceptorConfig::ReadParams(Util::StreamReader& reader
     int emptyRun = 0;
     for (int i = 0; i < count && emptyRun < kLongestEmptyRun; ++i) {
         const Util::String line = reader.ReadLine();
-        emptyRun = line.empty() ? emptyRun + 1 : 0;
+        emptyRun = line.empty() && !reader ? emptyRun + 1 : 0;
         params->add(line);
     }
     return params.release();
@@ -244,11 +271,6 @@ bool InterceptorConfig::getAlive() {
         itsLastCheck = now;
     }
     return itIsAlive;
-}
-
-Util::String InterceptorConfig::agentHost() const {
-    Util::MutexGuard guard(itsLock);
-    return itsAgentHost;
 }
 
 void InterceptorConfig::agentAddress(Util::String& host, int& port) const {

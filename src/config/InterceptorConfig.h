@@ -95,7 +95,6 @@ public:
     static Row* findCPNames(const char* group, const char* service, const char* operation,
                             Table* table);
 
-    Util::String agentHost() const;
     /// Host and port of one configuration, for a connection.
     void agentAddress(Util::String& host, int& port) const;
     Util::String trustKey() const;

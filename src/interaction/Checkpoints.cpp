@@ -29,15 +29,20 @@ struct Checkpoints::Names : Util::Pooled {
 
 void Checkpoints::clear() {
     const Util::MutexGuard guard(itsLock);
-    itsIncomingCount = 0;
+    dropAll();
+}
+
+void Checkpoints::dropAll() {
+    itsIncomingCount.store(0, std::memory_order_relaxed);
     delete itsIncoming;
     itsIncoming = nullptr;
-    itsNewNames = nullptr;
+    itsNewNames.store(nullptr, std::memory_order_relaxed);
     while (Names* names = itsKeptNames) {
         itsKeptNames = names->next;
         delete names;
     }
-    delete itsIncomingMap.exchange(nullptr);
+    delete itsIncomingMap.load(std::memory_order_relaxed);
+    itsIncomingMap.store(nullptr, std::memory_order_relaxed);
 }
 
 int Checkpoints::getTotalCheckpointsCount() const {

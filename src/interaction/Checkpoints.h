@@ -37,7 +37,7 @@ struct QZ_API Checkpoint {
 class QZ_API Checkpoints {
 public:
     Checkpoints() = default;
-    ~Checkpoints() { clear(); }
+    ~Checkpoints() { dropAll(); }  // No lock: the last holder is alone.
     Checkpoints(const Checkpoints&) = delete;
     Checkpoints& operator=(const Checkpoints&) = delete;
 
@@ -46,7 +46,10 @@ public:
 
     void retain() { itsHolders.fetch_add(1, std::memory_order_relaxed); }
     void drop() {
-        if (itsHolders.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
+        // While there is one holder only that one can make another: most objects need no more.
+        if (itsHolders.load(std::memory_order_acquire) == 1 ||
+            itsHolders.fetch_sub(1, std::memory_order_acq_rel) == 1)
+            delete this;
     }
 
     /// Back to the state of a new object. Only for a sole holder.
@@ -76,6 +79,8 @@ private:
     // A list that was in use. It stays until the object goes, since another thread may be reading
     // it; equal names find it again, so there are never more lists than different ones.
     struct Names;
+
+    void dropAll() QZ_REQUIRES(itsLock);
 
     Util::qzmutex itsLock;
     Util::Vector<Checkpoint*>* itsIncoming QZ_GUARDED_BY(itsLock) = nullptr;

@@ -26,21 +26,7 @@ bool kindOf(const Interaction* interaction) {
 }  // namespace
 
 IntCorrTlsStack::~IntCorrTlsStack() {
-    Util::MutexGuard guard(itsLock);
-    for (ThreadStacks* stacks = itsIdleStacks; stacks != nullptr; stacks = stacks->itsNextIdle)
-        stacks->itsOwner.store(nullptr, std::memory_order_relaxed);
-    while (itsStacks != nullptr) {
-        ThreadStacks* stacks = itsStacks;
-        itsStacks = stacks->itsNext;
-        // What a live thread still points to goes with that thread.
-        const bool isIdle = stacks->itsOwner.load(std::memory_order_relaxed) == nullptr;
-        if (isIdle || stacks->detach()) {
-            delete stacks;
-        } else {
-            stacks->clear();
-            stacks->itsOwner.store(nullptr, std::memory_order_release);
-        }
-    }
+    ThreadStacks::forget(this);
 }
 
 Interaction* IntCorrTlsStack::getServer(const Util::String& key) {
@@ -73,14 +59,14 @@ bool IntCorrTlsStack::hasInteraction(Interaction* interaction) {
 
 Interaction* IntCorrTlsStack::getInteraction(const Util::String& key, bool isServer) {
     refuseKey(key);
-    ThreadStacks* stacks = ThreadStacks::ofThread(this);
-    return stacks == nullptr ? nullptr : stacks->top(isServer);
+    ThreadStacks* stacks = ThreadStacks::ofThread();
+    return stacks == nullptr ? nullptr : stacks->top(this, isServer);
 }
 
 void IntCorrTlsStack::putInteraction(Interaction* interaction, const Util::String& key,
                                      bool isServer) {
     refuseKey(key);
-    ensureStacks()->push(interaction, isServer);
+    ThreadStacks::ensure()->push(this, interaction, isServer);
 }
 
 Interaction* IntCorrTlsStack::popInteraction(Interaction* interaction, bool isServer) {
@@ -88,20 +74,21 @@ Interaction* IntCorrTlsStack::popInteraction(Interaction* interaction, bool isSe
         debugMsg("request to pop NULL interaction - ERROR!\n");
         return nullptr;
     }
-    ThreadStacks* stacks = ThreadStacks::ofThread(this);
+    ThreadStacks* stacks = ThreadStacks::ofThread();
     const auto result =
-        stacks == nullptr ? ThreadStacks::Pop::kEmpty : stacks->pop(interaction, isServer);
-    if (result == ThreadStacks::Pop::kEmpty)
+        stacks == nullptr ? ThreadStacks::Pop::kEmpty : stacks->pop(this, interaction, isServer);
+    ThreadStacks::leaveIfSpent();
+    if (result == ThreadStacks::Pop::kDone) return interaction;
+    if (result == ThreadStacks::Pop::kEmpty) {
         interaction->addDebugInfo(kFile, 214, kNoteLength, "TLS stack is NULL or empty.\n");
+        return nullptr;
+    }
     if (result == ThreadStacks::Pop::kNull)
         interaction->addDebugInfo(kFile, 222, kNoteLength,
                                   "TLS stack popped a NULL - this should not happen.\n");
-    if (result == ThreadStacks::Pop::kNull || result == ThreadStacks::Pop::kOther)
-        interaction->addDebugInfo(kFile, 228, kNoteLength,
-                                  "top of TLS stack does not match incoming interaction.\n");
-    if (stacks != nullptr && stacks->isShortLived() && stacks->empty() && stacks->detach())
-        retire(stacks);
-    return result == ThreadStacks::Pop::kDone ? interaction : nullptr;
+    interaction->addDebugInfo(kFile, 228, kNoteLength,
+                              "top of TLS stack does not match incoming interaction.\n");
+    return nullptr;
 }
 
 bool IntCorrTlsStack::findInteraction(Interaction* interaction, bool isServer) {
@@ -109,8 +96,8 @@ bool IntCorrTlsStack::findInteraction(Interaction* interaction, bool isServer) {
         debugMsg("request to peek for NULL interaction - ERROR!\n");
         return false;
     }
-    ThreadStacks* stacks = ThreadStacks::ofThread(this);
-    return stacks != nullptr && stacks->holds(interaction, isServer);
+    ThreadStacks* stacks = ThreadStacks::ofThread();
+    return stacks != nullptr && stacks->holds(this, interaction, isServer);
 }
 
 Interaction* IntCorrTlsStack::peekInteraction(Interaction* interaction, bool isServer) {
@@ -118,49 +105,12 @@ Interaction* IntCorrTlsStack::peekInteraction(Interaction* interaction, bool isS
         debugMsg("request to peek for NULL interaction - ERROR!\n");
         return nullptr;
     }
-    ThreadStacks* stacks = ThreadStacks::ofThread(this);
-    return stacks != nullptr && stacks->top(isServer) == interaction ? interaction : nullptr;
+    ThreadStacks* stacks = ThreadStacks::ofThread();
+    return stacks != nullptr && stacks->top(this, isServer) == interaction ? interaction : nullptr;
 }
 
 Util::String IntCorrTlsStack::getTID() {
-    return ensureStacks()->name();
-}
-
-void IntCorrTlsStack::forget(Interaction* interaction) {
-    const auto isHeld = [interaction] {
-        return interaction->itsStackEntries.load(std::memory_order_acquire) > 0;
-    };
-    while (isHeld()) {
-        StackEntry* entry = interaction->itsNewestEntry.load(std::memory_order_acquire);
-        if (entry == nullptr || !entry->home->take(entry, interaction)) break;
-    }
-    if (!isHeld()) return;
-    Util::MutexGuard guard(itsLock);
-    for (ThreadStacks* stacks = itsStacks; stacks != nullptr; stacks = stacks->itsNext)
-        stacks->takeAll(interaction);
-}
-
-ThreadStacks* IntCorrTlsStack::ensureStacks() {
-    ThreadStacks* stacks = ThreadStacks::ofThread(this);
-    if (stacks != nullptr) return stacks;
-    Util::MutexGuard guard(itsLock);
-    stacks = itsIdleStacks;
-    if (stacks == nullptr) {
-        stacks = new ThreadStacks(this, itIsCorrelators);
-        stacks->itsNext = itsStacks;
-        itsStacks = stacks;
-    } else {
-        itsIdleStacks = stacks->itsNextIdle;
-    }
-    stacks->attach();
-    return stacks;
-}
-
-void IntCorrTlsStack::retire(ThreadStacks* stacks) {
-    stacks->clear();
-    Util::MutexGuard guard(itsLock);
-    stacks->itsNextIdle = itsIdleStacks;
-    itsIdleStacks = stacks;
+    return ThreadStacks::threadName();
 }
 
 }  // namespace Quenvale::Interceptor::SDK

@@ -2,34 +2,26 @@
 
 #include "interaction/IIntCorrelator.h"
 #include "util/String.h"
-#include "util/annotations.h"
-#include "util/qzmutex.h"
+#include "util/export.h"
 
 namespace Quenvale::Interceptor::SDK {
-
-class ThreadStacks;
 
 /// Interactions by thread: each thread has a stack of servers and one of clients, and its innermost
 /// open call is on top. Only the top can be popped.
 ///
 /// A thread reaches its own two stacks through a thread-local pointer, under a lock that nobody
-/// else wants. The registry of all threads' stacks is for the rare moments: a thread's first put,
-/// its end, and an interaction that goes while another thread's stack still leads to it. A thread
-/// that ends takes its entries with it.
+/// else wants. A thread that ends takes its entries with it, and so does this object.
 ///
-/// What held a thread's stacks serves a later thread; it is freed with this object and not before,
-/// so that an interaction can keep a pointer to its entry.
-///
-/// Threads:   any. Lock order: itsLock, then the lock of one thread's stacks. The object is
-///            destroyed only when no thread uses it or ends.
-/// Ownership: interactions are borrowed. The correlator's own object counts its entries in them, so
-///            that one that is destroyed can take them out; of any other its owner drops them.
+/// Threads:   any. The object is destroyed only when no thread uses it.
+/// Ownership: interactions are borrowed; one that is destroyed takes itself off all stacks.
 /// Errors:    APIException* for a key, which has no meaning here, and for what is neither a server
 ///            nor a client.
 class QZ_API IntCorrTlsStack : public IIntCorrelator {
 public:
-    explicit IntCorrTlsStack(bool isCorrelators = false) : itIsCorrelators(isCorrelators) {}
+    IntCorrTlsStack() = default;
     ~IntCorrTlsStack() override;
+    IntCorrTlsStack(const IntCorrTlsStack&) = delete;
+    IntCorrTlsStack& operator=(const IntCorrTlsStack&) = delete;
 
     Interaction* getServer(const Util::String& key) override;
     Interaction* getClient(const Util::String& key) override;
@@ -51,20 +43,6 @@ public:
 
     /// Names the calling thread; no other live thread has the same name.
     Util::String getTID();
-
-    /// For the correlator's own object: takes the interaction off all threads' stacks.
-    void forget(Interaction* interaction);
-
-private:
-    friend class ThreadStacks;
-
-    ThreadStacks* ensureStacks();
-    void retire(ThreadStacks* stacks);
-
-    const bool itIsCorrelators;
-    Util::qzmutex itsLock;
-    ThreadStacks* itsStacks QZ_GUARDED_BY(itsLock) = nullptr;
-    ThreadStacks* itsIdleStacks QZ_GUARDED_BY(itsLock) = nullptr;  // Those that no thread uses.
 };
 
 }  // namespace Quenvale::Interceptor::SDK

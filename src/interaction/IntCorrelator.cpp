@@ -11,8 +11,7 @@ void IntCorrelator::init() {
 }
 
 void IntCorrelator::forget(Interaction* interaction) {
-    if (ourBaseImpl.load(std::memory_order_acquire) != nullptr)
-        IntCorrelatorImp::forget(interaction);
+    IntCorrelatorImp::forget(interaction);
 }
 
 IIntCorrelator* IntCorrelator::create() {

@@ -4,6 +4,7 @@
 #include "interaction/IntCorrMap.h"
 #include "interaction/IntCorrTlsStack.h"
 #include "interaction/ServerInteraction.h"
+#include "interaction/ThreadStacks.h"
 #include "util/diagnostics.h"
 #include "util/dispose.h"
 
@@ -32,7 +33,7 @@ void becomeCopy(Interaction* fresh, Interaction* old) {
 
 void IntCorrelatorImp::init() {
     ourKeyMap = new IntCorrMap(true);
-    ourTlsMap = new IntCorrTlsStack(true);
+    ourTlsMap = new IntCorrTlsStack;
 }
 
 void IntCorrelatorImp::deinit() {
@@ -101,8 +102,8 @@ bool IntCorrelatorImp::hasInteraction(Interaction* interaction) {
 }
 
 void IntCorrelatorImp::forget(Interaction* interaction) {
-    static_cast<IntCorrMap*>(ourKeyMap)->forget(interaction);
-    static_cast<IntCorrTlsStack*>(ourTlsMap)->forget(interaction);
+    if (interaction->itsKeyEntries != 0) static_cast<IntCorrMap*>(ourKeyMap)->forget(interaction);
+    ThreadStacks::forget(interaction);
 }
 
 }  // namespace Quenvale::Interceptor::SDK

@@ -32,7 +32,8 @@ public:
                              bool keyOnly) override;
     bool hasInteraction(Interaction* interaction) override;
 
-    /// Takes the interaction out of both parts.
+    /// Takes the interaction out of the key map and off all threads' stacks, also off those of a
+    /// caller's own.
     static void forget(Interaction* interaction);
 
 private:

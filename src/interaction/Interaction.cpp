@@ -150,7 +150,9 @@ void Interaction::complete() {
     if (itsState >= 2) return;
     loadFromCache();
     if (itsRtTime < 1) {
-        itsRtTime = static_cast<int>(Util::Clock::_currentTimeMillis() - itsStartTime);
+        // Unsigned, since a start that was set by hand may be any number.
+        const auto now = static_cast<unsigned long long>(Util::Clock::_currentTimeMillis());
+        itsRtTime = static_cast<int>(now - static_cast<unsigned long long>(itsStartTime));
         if (itsRtTime < 1) itsRtTime = 1;
     }
     if (itsCoTime > 0) {

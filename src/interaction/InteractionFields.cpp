@@ -18,11 +18,15 @@ const Util::String& valueOf(Fields* fields, const Util::String& name) {
     return fields == nullptr ? Util::String::BLANK : fields->find(name);
 }
 
+void put(Fields*& fields, const Util::String& name, const Util::String& value) {
+    if (fields == nullptr) fields = new Fields();
+    fields->put(name, value);
+}
+
 void putField(Fields*& fields, const Util::String& name, const Util::String& value,
               bool overwrite) {
     if (name.empty() || value.empty()) return;
-    if (fields == nullptr) fields = new Fields();
-    if (overwrite || !fields->hasKey(name)) fields->put(name, value);
+    if (overwrite || fields == nullptr || !fields->hasKey(name)) put(fields, name, value);
 }
 
 }  // namespace
@@ -84,10 +88,12 @@ void Interaction::mergeFlowFields() {
     for (auto* node = names->getHead(); node != nullptr; node = node->next) {
         const Util::String& name = node->data;
         const Util::String& flowValue = valueOf(itsFlowFields, name);
+        const Util::String& msgValue = valueOf(itsMsgFields, name);
+        // Any name may be listed and come with a header, a blank one too.
         if (!flowValue.empty())
-            putField(itsMsgFields, name, flowValue, true);
-        else
-            putField(itsFlowFields, name, valueOf(itsMsgFields, name), true);
+            put(itsMsgFields, name, flowValue);
+        else if (!msgValue.empty())
+            put(itsFlowFields, name, msgValue);
     }
 }
 

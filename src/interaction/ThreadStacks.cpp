@@ -3,8 +3,8 @@
 #include <pthread.h>
 
 #include <initializer_list>
+#include <utility>
 
-#include "interaction/IntCorrTlsStack.h"
 #include "interaction/Interaction.h"
 
 namespace Quenvale::Interceptor::SDK {
@@ -13,63 +13,88 @@ namespace Quenvale::Interceptor::SDK {
 __thread ThreadStacks* ThreadStacks::ourStacks = nullptr;
 __thread bool ThreadStacks::ourThreadEnds = false;
 
-ThreadStacks::ThreadStacks(IntCorrTlsStack* owner, bool isCounted)
-    : itsOwner(owner), itsName(Util::String::addrToString(this)), itIsCounted(isCounted) {}
+// For the rare moments: a thread's first put, its end, and an interaction that goes while stacks
+// still lead to it by ways that it has lost.
+struct ThreadStacks::Registry {
+    // A key's destructor and no thread_local object: those of the main thread run at exit, and
+    // nothing of ours may.
+    Registry() : itIsWatching(pthread_key_create(&itsKey, endThread) == 0) {}
 
-ThreadStacks::~ThreadStacks() {
-    clear();
-    Util::MutexGuard guard(itsLock);
-    while (itsIdle != nullptr) {
-        StackEntry* entry = itsIdle;
-        itsIdle = entry->below;
-        delete entry;
+    pthread_key_t itsKey = 0;
+    const bool itIsWatching;
+    Util::qzmutex itsLock;
+    ThreadStacks* itsStacks QZ_GUARDED_BY(itsLock) = nullptr;
+    ThreadStacks* itsIdleStacks QZ_GUARDED_BY(itsLock) = nullptr;  // Those that no thread uses.
+};
+
+ThreadStacks* ThreadStacks::ensure() {
+    if (ourStacks != nullptr) return ourStacks;
+    Registry& all = registry();
+    Util::MutexGuard guard(all.itsLock);
+    ThreadStacks* stacks = all.itsIdleStacks;
+    if (stacks == nullptr) {
+        stacks = new ThreadStacks;
+        stacks->itsNext = all.itsStacks;
+        all.itsStacks = stacks;
+    } else {
+        all.itsIdleStacks = stacks->itsNextIdle;
     }
+    guard.unlock();
+    // Calls that come after the notice of the thread's end, from another module's part of it, get
+    // a second notice if the system still gives one.
+    const bool isWatched = all.itIsWatching && pthread_setspecific(all.itsKey, stacks) == 0;
+    stacks->itIsShortLived = ourThreadEnds || !isWatched;
+    ourStacks = stacks;
+    return stacks;
 }
 
-void ThreadStacks::attach() {
-    itsNextOfThread = ourStacks;
-    ourStacks = this;
-    itIsShortLived = !watchThread();
-}
-
-bool ThreadStacks::detach() {
-    for (ThreadStacks** link = &ourStacks; *link != nullptr; link = &(*link)->itsNextOfThread) {
-        if (*link != this) continue;
-        *link = itsNextOfThread;
-        return true;
+void ThreadStacks::forget(Interaction* interaction) {
+    const auto isHeld = [interaction] {
+        return interaction->itsStackEntries.load(std::memory_order_acquire) > 0;
+    };
+    while (isHeld()) {
+        StackEntry* entry = interaction->itsNewestEntry.load(std::memory_order_acquire);
+        if (entry == nullptr || !entry->home->take(entry, interaction)) break;
     }
-    return false;
+    if (isHeld())
+        takeEverywhere([=](const StackEntry& entry) { return entry.interaction == interaction; });
+    leaveIfSpent();
 }
 
-Interaction* ThreadStacks::top(bool isServer) {
+void ThreadStacks::forget(Owner owner) {
+    takeEverywhere([=](const StackEntry& entry) { return entry.owner == owner; });
+    leaveIfSpent();
+}
+
+Interaction* ThreadStacks::top(Owner owner, bool isServer) {
     Util::MutexGuard guard(itsLock);
-    const StackEntry* entry = topOf(isServer);
+    const StackEntry* entry = topOf(owner, isServer);
     return entry == nullptr ? nullptr : entry->interaction;
 }
 
-void ThreadStacks::push(Interaction* interaction, bool isServer) {
+void ThreadStacks::push(Owner owner, Interaction* interaction, bool isServer) {
     Util::MutexGuard guard(itsLock);
     StackEntry* entry = itsIdle;
     if (entry == nullptr)
         entry = new StackEntry(this);
     else
         itsIdle = entry->below;
-    StackEntry*& top = topOf(isServer);
+    StackEntry*& head = headOf(isServer);
+    entry->owner = owner;
     entry->interaction = interaction;
     entry->isServer = isServer;
     entry->above = nullptr;
-    entry->below = top;
-    if (top != nullptr) top->above = entry;
-    top = entry;
-    if (interaction == nullptr || !itIsCounted) return;
-    const bool isFirst = interaction->itsStackEntries.fetch_add(1, std::memory_order_relaxed) == 0;
-    StackEntry* newest = interaction->itsNewestEntry.exchange(entry, std::memory_order_acq_rel);
-    entry->older = isFirst ? nullptr : newest;
+    entry->below = head;
+    if (head != nullptr) head->above = entry;
+    head = entry;
+    if (interaction == nullptr) return;
+    interaction->itsStackEntries.fetch_add(1, std::memory_order_relaxed);
+    entry->older = interaction->itsNewestEntry.exchange(entry, std::memory_order_acq_rel);
 }
 
-ThreadStacks::Pop ThreadStacks::pop(Interaction* interaction, bool isServer) {
+ThreadStacks::Pop ThreadStacks::pop(Owner owner, const Interaction* interaction, bool isServer) {
     Util::MutexGuard guard(itsLock);
-    StackEntry* entry = topOf(isServer);
+    StackEntry* entry = topOf(owner, isServer);
     if (entry == nullptr) return Pop::kEmpty;
     if (entry->interaction == nullptr) return Pop::kNull;
     if (entry->interaction != interaction) return Pop::kOther;
@@ -77,58 +102,55 @@ ThreadStacks::Pop ThreadStacks::pop(Interaction* interaction, bool isServer) {
     return Pop::kDone;
 }
 
-bool ThreadStacks::holds(Interaction* interaction, bool isServer) {
+bool ThreadStacks::holds(Owner owner, const Interaction* interaction, bool isServer) {
     Util::MutexGuard guard(itsLock);
-    const StackEntry* entry = nullptr;
-    if (itIsCounted) {
-        if (interaction->itsStackEntries.load(std::memory_order_relaxed) == 0) return false;
-        entry = interaction->itsNewestEntry.load(std::memory_order_acquire);
-        if (entry != nullptr && entry->home == this && entry->interaction == interaction &&
-            entry->isServer == isServer)
-            return true;
-    }
-    for (entry = topOf(isServer); entry != nullptr; entry = entry->below)
-        if (entry->interaction == interaction) return true;
+    for (const StackEntry* entry = headOf(isServer); entry != nullptr; entry = entry->below)
+        if (entry->owner == owner && entry->interaction == interaction) return true;
     return false;
 }
 
-bool ThreadStacks::empty() {
-    Util::MutexGuard guard(itsLock);
-    return itsServers == nullptr && itsClients == nullptr;
+ThreadStacks::Registry& ThreadStacks::registry() {
+    static Registry& all = *new Registry;
+    return all;
 }
 
-bool ThreadStacks::take(StackEntry* entry, Interaction* interaction) {
-    Util::MutexGuard guard(itsLock);
-    if (entry->interaction != interaction) return false;
-    remove(entry);
-    return true;
+void ThreadStacks::endThread(void*) {
+    ourThreadEnds = true;
+    leave();
 }
 
-void ThreadStacks::takeAll(Interaction* interaction) {
-    Util::MutexGuard guard(itsLock);
-    for (const bool isServer : {true, false}) {
-        for (StackEntry* entry = topOf(isServer); entry != nullptr;) {
-            StackEntry* below = entry->below;
-            if (entry->interaction == interaction) remove(entry);
-            entry = below;
-        }
+void ThreadStacks::leave() {
+    ThreadStacks* stacks = std::exchange(ourStacks, nullptr);
+    if (stacks == nullptr) return;
+    stacks->takeAll([](const StackEntry&) { return true; });
+    Registry& all = registry();
+    Util::MutexGuard guard(all.itsLock);
+    stacks->itsNextIdle = all.itsIdleStacks;
+    all.itsIdleStacks = stacks;
+}
+
+void ThreadStacks::leaveIfEmpty() {
+    {
+        Util::MutexGuard guard(ourStacks->itsLock);
+        if (ourStacks->itsServers != nullptr || ourStacks->itsClients != nullptr) return;
     }
+    leave();
 }
 
-void ThreadStacks::clear() {
-    Util::MutexGuard guard(itsLock);
-    for (const bool isServer : {true, false})
-        while (topOf(isServer) != nullptr) remove(topOf(isServer));
+StackEntry* ThreadStacks::topOf(Owner owner, bool isServer) {
+    StackEntry* entry = headOf(isServer);
+    while (entry != nullptr && entry->owner != owner) entry = entry->below;
+    return entry;
 }
 
 void ThreadStacks::remove(StackEntry* entry) {
     Interaction* interaction = entry->interaction;
-    (entry->above == nullptr ? topOf(entry->isServer) : entry->above->below) = entry->below;
+    (entry->above == nullptr ? headOf(entry->isServer) : entry->above->below) = entry->below;
     if (entry->below != nullptr) entry->below->above = entry->above;
     entry->interaction = nullptr;
     entry->below = itsIdle;
     itsIdle = entry;
-    if (interaction == nullptr || !itIsCounted) return;
+    if (interaction == nullptr) return;
     StackEntry* newest = entry;
     interaction->itsNewestEntry.compare_exchange_strong(newest, entry->older,
                                                         std::memory_order_acq_rel);
@@ -136,31 +158,31 @@ void ThreadStacks::remove(StackEntry* entry) {
     interaction->itsStackEntries.fetch_sub(1, std::memory_order_release);
 }
 
-// Calls that come after this one, from another module's part of the thread's end, get fresh stacks
-// and a second notice if the system still gives one.
-void ThreadStacks::endThread(void*) {
-    ourThreadEnds = true;
-    while (ourStacks != nullptr) {
-        ThreadStacks* stacks = ourStacks;
-        ourStacks = stacks->itsNextOfThread;
-        if (IntCorrTlsStack* owner = stacks->itsOwner.load(std::memory_order_acquire))
-            owner->retire(stacks);
-        else
-            delete stacks;
+bool ThreadStacks::take(StackEntry* entry, const Interaction* interaction) {
+    Util::MutexGuard guard(itsLock);
+    if (entry->interaction != interaction) return false;
+    remove(entry);
+    return true;
+}
+
+template <class Condition>
+void ThreadStacks::takeAll(Condition isMeant) {
+    Util::MutexGuard guard(itsLock);
+    for (const bool isServer : {true, false}) {
+        for (StackEntry* entry = headOf(isServer); entry != nullptr;) {
+            StackEntry* below = entry->below;
+            if (isMeant(*entry)) remove(entry);
+            entry = below;
+        }
     }
 }
 
-// A key's destructor and no thread_local object: those of the main thread run at exit, and nothing
-// of ours may.
-bool ThreadStacks::watchThread() {
-    struct Key {
-        Key() : works(pthread_key_create(&key, endThread) == 0) {}
-        pthread_key_t key = 0;
-        bool works;
-    };
-    static const Key watch;
-    const bool isWatched = watch.works && pthread_setspecific(watch.key, &watch) == 0;
-    return isWatched && !ourThreadEnds;
+template <class Condition>
+void ThreadStacks::takeEverywhere(Condition isMeant) {
+    Registry& all = registry();
+    Util::MutexGuard guard(all.itsLock);
+    for (ThreadStacks* stacks = all.itsStacks; stacks != nullptr; stacks = stacks->itsNext)
+        stacks->takeAll(isMeant);
 }
 
 }  // namespace Quenvale::Interceptor::SDK

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <atomic>
-
 #include "util/String.h"
 #include "util/annotations.h"
 #include "util/qzmutex.h"
@@ -17,6 +15,7 @@ struct StackEntry {
     explicit StackEntry(ThreadStacks* stacks) : home(stacks) {}
 
     ThreadStacks* const home;  // Whose lock guards the rest.
+    const IntCorrTlsStack* owner = nullptr;
     Interaction* interaction = nullptr;
     StackEntry* below = nullptr;
     StackEntry* above = nullptr;
@@ -26,71 +25,72 @@ struct StackEntry {
     bool isServer = false;
 };
 
-/// One thread's stack of servers and its stack of clients.
+/// One thread's stack of servers and its stack of clients. Each IntCorrTlsStack sees only what it
+/// put there itself.
 ///
 /// Every operation costs the same however many calls are open: an interaction leads to its newest
 /// entry, and only one with entries that this chain has lost is searched for.
 ///
-/// Threads:   the thread itself, and whoever destroys an interaction that is still on a stack.
-/// Ownership: IntCorrTlsStack keeps the objects; a thread uses one until it ends.
+/// What held one thread's calls serves a later thread. Nothing is freed, so that an interaction can
+/// keep a pointer to its entry: there are as many as were in use at once.
+///
+/// Threads:   the thread itself, and whoever destroys an interaction that is still on a stack. Lock
+///            order: the registry's, then that of one thread's stacks.
+/// Ownership: interactions are borrowed; they count their entries.
 class ThreadStacks {
 public:
     enum class Pop { kDone, kOther, kNull, kEmpty };
-
-    /// With `isCounted` the interactions know of their entries.
-    ThreadStacks(IntCorrTlsStack* owner, bool isCounted);
-    ~ThreadStacks();
-    ThreadStacks(const ThreadStacks&) = delete;
-    ThreadStacks& operator=(const ThreadStacks&) = delete;
+    using Owner = const IntCorrTlsStack*;
 
     /// Those of the calling thread; null before its first put.
-    static ThreadStacks* ofThread(const IntCorrTlsStack* owner) {
-        ThreadStacks* stacks = ourStacks;
-        while (stacks != nullptr && stacks->itsOwner.load(std::memory_order_acquire) != owner)
-            stacks = stacks->itsNextOfThread;
-        return stacks;
+    static ThreadStacks* ofThread() { return ourStacks; }
+    static ThreadStacks* ensure();
+    /// For after an entry was taken off. Where the thread's end may not be noticed, empty stacks
+    /// are no longer the thread's.
+    static void leaveIfSpent() {
+        if (ourStacks != nullptr && ourStacks->itIsShortLived) leaveIfEmpty();
     }
 
-    /// Gives the stacks to the calling thread, until it ends.
-    void attach();
-    /// Takes them from it again. False when they are not its own.
-    bool detach();
+    /// Names the calling thread; no other live thread has the same name.
+    static Util::String threadName() { return Util::String::addrToString(&ourStacks); }
 
-    Interaction* top(bool isServer);
-    void push(Interaction* interaction, bool isServer);
+    /// Take the entries of one interaction or of one owner off all threads' stacks.
+    static void forget(Interaction* interaction);
+    static void forget(Owner owner);
+
+    Interaction* top(Owner owner, bool isServer);
+    void push(Owner owner, Interaction* interaction, bool isServer);
     /// Takes the top off if it is the interaction; otherwise says what is there instead.
-    Pop pop(Interaction* interaction, bool isServer);
-    bool holds(Interaction* interaction, bool isServer);
-    bool empty();
-
-    /// Takes one entry off, wherever it stands. False when it is not the interaction's any more.
-    bool take(StackEntry* entry, Interaction* interaction);
-    void takeAll(Interaction* interaction);
-    void clear();
-
-    /// The thread's end may not be noticed, so the stacks go as soon as they are empty.
-    bool isShortLived() const { return itIsShortLived; }
-    const Util::String& name() const { return itsName; }
-
-    std::atomic<IntCorrTlsStack*> itsOwner;  // Null once the owner is gone.
-    ThreadStacks* itsNext = nullptr;         // These two belong to the owner's registry.
-    ThreadStacks* itsNextIdle = nullptr;
+    Pop pop(Owner owner, const Interaction* interaction, bool isServer);
+    bool holds(Owner owner, const Interaction* interaction, bool isServer);
 
 private:
-    static void endThread(void* unused);
-    static bool watchThread();
+    struct Registry;
 
-    StackEntry*& topOf(bool isServer) QZ_REQUIRES(itsLock) {
+    ThreadStacks() = default;
+
+    static Registry& registry();
+    static void endThread(void* unused);
+    static void leave();
+    static void leaveIfEmpty();
+
+    StackEntry*& headOf(bool isServer) QZ_REQUIRES(itsLock) {
         return isServer ? itsServers : itsClients;
     }
+    StackEntry* topOf(Owner owner, bool isServer) QZ_REQUIRES(itsLock);
     void remove(StackEntry* entry) QZ_REQUIRES(itsLock);
+    /// False when the entry is not the interaction's any more.
+    bool take(StackEntry* entry, const Interaction* interaction);
+    template <class Condition>
+    void takeAll(Condition isMeant);
+    template <class Condition>
+    static void takeEverywhere(Condition isMeant);
 
     static __thread ThreadStacks* ourStacks __attribute__((tls_model("initial-exec")));
     static __thread bool ourThreadEnds __attribute__((tls_model("initial-exec")));
 
-    const Util::String itsName;
-    const bool itIsCounted;
-    ThreadStacks* itsNextOfThread = nullptr;  // One for each owner; only the thread looks at it.
+    ThreadStacks* itsNext = nullptr;  // These two belong to the registry.
+    ThreadStacks* itsNextIdle = nullptr;
     bool itIsShortLived = false;
     Util::qzmutex itsLock;
     StackEntry* itsServers QZ_GUARDED_BY(itsLock) = nullptr;

@@ -4,6 +4,7 @@
 // objects live on the heap behind a reference, and no function of ours runs at exit.
 #include "capi/records.h"
 #include "config/InterceptorConfig.h"
+#include "helpers/Helpers.h"
 #include "interaction/ClientInteraction.h"
 #include "interaction/IntCorrelator.h"
 #include "interaction/IntCorrelatorImp.h"
@@ -71,7 +72,7 @@ unsigned char* Util::__base = _getBase();
 
 // The address of this host and the names of its peers, both filled on demand.
 std::atomic<char*> Util::Socket::ourLocalHostAddr{nullptr};
-Util::Map<Util::Socket::DNSList*>& Util::Socket::ourHostAddrs = *new Map<DNSList*>;
+Util::Map<Util::Socket::DNSList*>& Util::Socket::ourHostAddrs = *new Map<DNSList*>(2, 1, 1000);
 Util::qzmutex& Util::Socket::ourHostAddrsLock = *new qzmutex;
 
 // The uplink's parameters, from the environment.
@@ -93,6 +94,26 @@ const Util::String& InterceptorConfig::kTrustAssert = *new Util::String("asserts
 const Util::String& InterceptorConfig::kTrustCheckAddr = *new Util::String("checksCallerAddress=");
 const Util::String& InterceptorConfig::kTrustInterval = *new Util::String("trustInterval=");
 InterceptorConfig& InterceptorConfig::itsCurrent = *new InterceptorConfig;
+
+// The header's words and the cache of the trust check.
+const Util::String& Helpers::kQZTransport = *new Util::String("QZ_Header");
+const Util::String& Helpers::kHdrDelimEq = *new Util::String("=");
+const Util::String& Helpers::kHdrDelimSem = *new Util::String(";");
+const Util::String& Helpers::kInteractionName = *new Util::String("Interaction");
+const Util::String& Helpers::kLocusName = *new Util::String("Locus");
+const Util::String& Helpers::kFlowName = *new Util::String("Flow");
+const Util::String& Helpers::kUpstreamOpID = *new Util::String("UpstreamOpID");
+const Util::String& Helpers::kPathName = *new Util::String("Path");
+const Util::String& Helpers::kCPName = *new Util::String("name");
+const Util::String& Helpers::kCPTime = *new Util::String("CPTime");
+const Util::String& Helpers::kCallerAddressName = *new Util::String("CallerAddress");
+const Util::String& Helpers::kCalleeAddressName = *new Util::String("CalleeAddress");
+const Util::String& Helpers::kTrustTimeHdr = *new Util::String("TrustTimestamp");
+const Util::String& Helpers::kTrustSigHdr = *new Util::String("TrustSignature");
+const Util::String& Helpers::kTrustSecIDHdr = *new Util::String("SecurityID");
+const Util::String& Helpers::kFlowFieldName = *new Util::String("FlowFields");
+Util::Map<long long>& Helpers::intIDCache = *new Util::Map<long long>(2, 1, 1000);
+Util::qzmutex& Helpers::intIDCacheLock = *new Util::qzmutex;
 
 // The records of the C interface.
 Util::Map<void*>& ourStructMap = *new Util::Map<void*>(0, 0, 0);

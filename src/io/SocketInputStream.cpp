@@ -1,5 +1,7 @@
 #include "io/SocketInputStream.h"
 
+#include <utility>
+
 #include "util/exceptions.h"
 #include "util/sockutil.h"
 
@@ -17,6 +19,9 @@ int SocketInputStream::read(unsigned char* buffer, int offset, int length) {
     if (!itIsLimited) return ReceiveBytes(descriptor, buffer + offset, length) == 1 ? length : -1;
     const auto rest = std::chrono::ceil<std::chrono::milliseconds>(
         itsDeadline - std::chrono::steady_clock::now());
+    // This thread may have been held up, so one late read takes what waits. With more of them a
+    // peer that never stops sending would hold it for ever.
+    if (rest.count() <= 0 && std::exchange(itIsLate, true)) return -1;
     return ReceiveBytesWithin(descriptor, buffer + offset, length,
                               static_cast<int>(rest.count())) == 1
                ? length
@@ -35,6 +40,7 @@ void SocketInputStream::closeStream() {
 
 void SocketInputStream::limitReads(int milliseconds) {
     itIsLimited = milliseconds != 0;
+    itIsLate = false;
     itsDeadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
 }
 

@@ -25,8 +25,9 @@ public:
     int available() override;
 
     /// All reads from now on must be over within `milliseconds`, together; what is not, gives -1.
-    /// A further call starts the time anew, 0 takes the limit away. Without one a read waits as
-    /// long as the connection lasts.
+    /// Only the first read behind the limit still gets what waits already. A further call starts
+    /// the time anew, 0 takes the limit away. Without one a read waits as long as the connection
+    /// lasts.
     void limitReads(int milliseconds);
 
 private:
@@ -35,6 +36,7 @@ private:
     bool itIsClosed = false;
     Util::Socket* itsSocket;  // Null once closed.
     bool itIsLimited = false;
+    bool itIsLate = false;  // A read began behind the deadline.
     std::chrono::steady_clock::time_point itsDeadline;
 };
 

@@ -157,16 +157,17 @@ template <class Walk>
 void AgentEvent::walkFields(Walk& walk, bool isClient) {
     Interaction& from = *itsInteraction;
     const bool isWhole = itHasRequest && itHasReply;
-    // The moment of the end, for an event that tells of it.
-    long long time = from.itsStartTime;
-    if (itHasReply) time = from.itsRtTime > 0 ? time + from.itsRtTime : 0;
+    // The moment of the end, for an event that tells of it. Unsigned, because an interceptor may
+    // have set any start.
+    auto time = static_cast<unsigned long long>(from.itsStartTime);
+    if (itHasReply) time = from.itsRtTime > 0 ? time + static_cast<unsigned>(from.itsRtTime) : 0;
 
     walk.optional(from.getFlowID(), 2);
     walk.optional(kEventFormat, 43);
     walk.optional(AGENT_EVENT_TYPE, 47);
     walk.optional(from.getInteractionID(), 5);
     if (itHasRequest) walk.optional(from.getUpstreamInteractionID(), 46);
-    walk.optional(time, 0);
+    walk.optional(static_cast<long long>(time), 0);
     walk.optional(from.itsMsgSize, 25);
     walk.optional(from.itsSizeB, 26);
     walk.optional(from.itsSizeC, 27);

@@ -257,7 +257,8 @@ int ReceiveBytesWithin(int descriptor, void* buffer, int length, int millisecond
     auto* next = static_cast<char*>(buffer);
     for (auto rest = static_cast<std::size_t>(length);;) {
         pollfd wanted = {descriptor, POLLIN, 0};
-        const int ready = poll(&wanted, 1, remaining(deadline));
+        const int time = remaining(deadline);
+        const int ready = poll(&wanted, 1, time);
         if (ready < 0 && canRepeat()) continue;
         if (ready < 1) return 0;
         const ssize_t count = recv(descriptor, next, rest, MSG_DONTWAIT);
@@ -265,6 +266,8 @@ int ReceiveBytesWithin(int descriptor, void* buffer, int length, int millisecond
         if (count < 1) return 0;
         rest -= static_cast<std::size_t>(count);
         if (rest == 0) return 1;
+        // That was all that waited. A peer that sends faster than this reads must not go on.
+        if (time == 0) return 0;
         next += count;
     }
 }

@@ -11,8 +11,8 @@
 /// functions have C linkage and stay inside the library: names such as Error must not meet those
 /// of a host.
 ///
-/// Threads:   the functions may run on any number of threads; a descriptor is used by one at a
-/// time. Signals:   a signal taken in the middle of a call is no failure; the call goes on.
+/// Threads:   any; a descriptor is used by one at a time.
+/// Signals:   one that is taken in the middle of a call is no failure; the call goes on.
 /// Ownership: descriptors and texts that are handed out belong to the caller (close, free).
 extern "C" {
 

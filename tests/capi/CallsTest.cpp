@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstdlib>
+#include <cstring>
 #include <string>
 #include <thread>
 #include <vector>
@@ -32,6 +34,10 @@ protected:
     static ServerInteractionStruct* server(const char* url = "http://h/shop/cart") {
         ServerInteractionStruct* record = qz_beginServer();
         siSetUrl(record, url);
+        return record;
+    }
+    static ServerInteractionStruct* named(ServerInteractionStruct* record) {
+        siSetGroupName(record, "g");
         return record;
     }
     static void end(ServerInteractionStruct* record) {
@@ -132,6 +138,35 @@ TEST_F(Calls, CreateIsNewAndGetFindsTheInnermost) {
     reports();
 }
 
+TEST_F(Calls, GetMakesTheRecordThatIsMissing) {
+    ServerInteraction* object = ServerInteraction::create(Util::String::NIL);
+    ServerInteractionStruct* record = qz_getServer();
+    EXPECT_EQ(objectOf(record), object);
+    EXPECT_EQ(qz_getServer(), record);
+    siSetGroupName(record, "g");
+    end(record);
+    reports();
+}
+
+TEST_F(Calls, WhatWasWrittenDirectlyIsAppliedOnDemand) {
+    ServerInteractionStruct* record = server();
+    Interaction* object = objectOf(record);
+    // As a caller without our helpers does it.
+    std::free(stub(record)->site->url);
+    stub(record)->site->url = ::strdup("http://h/other/page");
+    stub(record)->securityID = ::strdup("someone");
+    qz_applyCallerToRealServerInteraction(record);
+    EXPECT_TRUE(object->getUrl() == "http://h/other/page");
+    EXPECT_TRUE(object->itsSecurityID == "someone");
+    qz_serverAnalyzed(record);
+    std::free(stub(record)->site->opID);
+    stub(record)->site->opID = nullptr;
+    qz_endServer(record);
+    qz_applyCallerToRealServerInteraction(record);
+    freeServerInteraction(record);
+    EXPECT_EQ(kinds(), "request reply ");
+}
+
 TEST_F(Calls, AGroupThatCannotBeNamedIsThrownAndTheObjectStays) {
     ServerInteractionStruct* record = qz_beginServer();
     for (auto call : {qz_serverAnalyzed, qz_endServer, qz_endServer}) {
@@ -146,6 +181,18 @@ TEST_F(Calls, AGroupThatCannotBeNamedIsThrownAndTheObjectStays) {
     siSetGroupName(record, "g");
     end(record);
     EXPECT_EQ(kinds(), "whole ");
+
+    record = qz_beginServer();
+    EXPECT_THROW(qz_createClient(), const char*) << "it reports the server's request";
+    end(named(record));
+    record = qz_beginServer();
+    const unsigned char one[] = "one", two[] = "two";
+    siSetPayload(record, one, 3);
+    EXPECT_THROW(siSetPayload(record, two, 3), const char*);
+    PayloadStruct* held = siGetPayload(record);
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(held->data), 3), "one");
+    qz_freePayload(held);
+    end(named(record));
 }
 
 TEST_F(Calls, ASecondPayloadSendsTheRequestWithTheFirst) {
@@ -224,19 +271,29 @@ TEST_F(Calls, AccessorsWriteRecordAndObjectTogether) {
     reports();
 }
 
-TEST_F(Calls, AChildCanTakeTheQueueOfItsParent) {
+TEST_F(Calls, OneCallCanTakeTheQueueOfAnother) {
+    // Made first, so that it inherits nothing.
+    ClientInteractionStruct* client = qz_createClient();
+    ciSetUrl(client, "http://h/a/b");
     ServerInteractionStruct* parent = server();
+    qz_copyUplinkToClient(parent, client);
+    EXPECT_EQ(objectOf(client)->itsUplinkData, nullptr) << "nothing is attached before a report";
     qz_serverAnalyzed(parent);
-    ClientInteractionStruct* other = qz_createClient();
-    ciSetUrl(other, "http://h/a/b");
-    qz_copyUplinkToClient(parent, other);
-    EXPECT_NE(objectOf(other)->itsUplinkData, nullptr);
-    qz_endClient(other);
-    freeClientInteraction(other);
+    qz_copyUplinkToClient(parent, client);
+    ServerInteractionStruct* other = qz_createServer();
+    siSetUrl(other, "http://h/a/b");
+    qz_copyUplinkToServer(client, other);
+    end(other);
     end(parent);
+    qz_endClient(client);
+    qz_copyUplinkToClient(client, client);
+    freeClientInteraction(client);
     const auto got = reports();
-    ASSERT_EQ(got.size(), 3U);
-    EXPECT_EQ(got[0].queue, got[1].queue);
+    ASSERT_EQ(got.size(), 4U);
+    for (const Report& report : got) EXPECT_EQ(report.queue, got[0].queue);
+}
+
+TEST_F(Calls, AFlushReachesTheUplinkAndKeepsErrno) {
     const int flushes = RecordingUplink::instance().flushes;
     errno = 77;
     qz_flushUplink();

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <cstring>
+#include <string>
 
 namespace Quenvale::Interceptor::SDK {
 namespace {
@@ -57,52 +57,89 @@ TEST(Records, AStandAloneSiteOwnsItsObject) {
     freeSiteStub(record);
 }
 
-// Every field goes over and comes back, the two that the record does not carry excepted.
+// The fields of an object in the order of the record's. Only that tells two fields that were
+// swapped in both directions.
+using Text = Util::String InteractionStub::*;
+using Size = long long InteractionStub::*;
+using Type = short InteractionStub::*;
+using Flag = bool InteractionStub::*;
+const Text kCallTexts[] = {&InteractionStub::itsFailure,        &InteractionStub::itsSecurityID,
+                           &InteractionStub::itsSecurityAttr1,  &InteractionStub::itsSecurityAttr2,
+                           &InteractionStub::itsLocus,          &InteractionStub::itsDebugInfo,
+                           &InteractionStub::itsTrustSignature, &InteractionStub::itsCallerAddr,
+                           &InteractionStub::itsCalleeAddr};
+const Text kSiteTexts[] = {
+    &SiteStub::itsOpName,    &SiteStub::itsOpID,        &SiteStub::itsGroupName,
+    &SiteStub::itsGroupID,   &SiteStub::itsServiceName, &SiteStub::itsServiceID,
+    &SiteStub::itsUrl,       &SiteStub::itsSiteAttr,    &SiteStub::itsPeerAddr,
+    &SiteStub::itsLocalAddr, &SiteStub::itsUpstreamOpID};
+const Text kFlowTexts[] = {&FlowStub::itsFlowID,    &FlowStub::itsParentID, &FlowStub::itsFlowAttr1,
+                           &FlowStub::itsFlowAttr2, &FlowStub::itsSubNode,  &FlowStub::itsPathID,
+                           &FlowStub::itsPPathID};
+const Size kSizes[] = {&InteractionStub::itsMsgSize, &InteractionStub::itsSizeB,
+                       &InteractionStub::itsSizeC, &InteractionStub::itsSizeD,
+                       &InteractionStub::itsTrustTimestamp};
+const Type kTypes[] = {&SiteStub::itsPeerType, &SiteStub::itsAppType, &SiteStub::itsSvcType,
+                       &SiteStub::itsOpType};
+const Flag kFlags[] = {&InteractionStub::itIsLowPriority, &InteractionStub::itIsInternal,
+                       &InteractionStub::itsCreateFlag,   &InteractionStub::itsEventFlag,
+                       &InteractionStub::itIsFailed,      &InteractionStub::itIsOneWay,
+                       &InteractionStub::itsClientFlag,   &InteractionStub::itIsSplit};
+
 TEST(Records, EveryFieldTravelsBothWays) {
-    ClientInteractionStruct* in = newClientInteraction();
-    InteractionStubStruct* stub = in->interaction->stub;
+    InteractionStubStruct* in = newInteractionStub();
+    InteractionStub object;
     int number = 0;
     auto fill = [&](char** first, int count) {
         for (int i = 0; i < count; ++i)
             first[i] = qz_strdup(("t" + std::to_string(++number)).c_str());
     };
-    fill(&stub->failure, 10);
-    fill(&stub->site->opName, 11);
-    fill(&stub->site->flow->flowID, 7);
-    for (long long* size :
-         {&stub->size, &stub->sizeB, &stub->sizeC, &stub->sizeD, &stub->trustTimestamp})
-        *size = 1LL << (40 + number++);
-    stub->state = 2;
-    for (int* flag : {&stub->lowPriority, &stub->internal, &stub->createFlag, &stub->eventFlag,
-                      &stub->failed, &stub->oneWay, &stub->clientFlag, &stub->split})
-        *flag = 1;
-    stub->site->peerType = 11;
-    stub->site->appType = 12;
-    stub->site->svcType = 13;
-    stub->site->opType = 14;
-    stub->site->continuation = 1;
-
-    SiteStub bare;
-    InteractionStub object;
-    toInteractionStub(stub, &object);
-    EXPECT_EQ(object.itsPayloadContentType.c_str(), nullptr) << "through the accessors only";
+    fill(&in->failure, 10);
+    fill(&in->site->opName, 11);
+    fill(&in->site->flow->flowID, 7);
+    for (int i = 0; i < 5; ++i) (&in->size)[i] = 1LL << (40 + i);
+    for (short i = 0; i < 4; ++i) (&in->site->peerType)[i] = static_cast<short>(-11 - i);
+    in->state = 2;
+    in->site->continuation = 7;
+    toInteractionStub(in, &object);
     InteractionStubStruct* out = fromInteractionStub(&object, nullptr);
-    Util::nullify(&stub->payloadContentType, true);
-    EXPECT_EQ(out->payloadContentType, nullptr);
-    auto same = [](char* const* a, char* const* b, int count) {
-        for (int i = 0; i < count; ++i) EXPECT_STREQ(a[i], b[i]) << "text " << i;
+
+    auto same = [&](char* const* from, const auto& fields, char* const* to) {
+        for (const Text field : fields) {
+            EXPECT_STREQ((object.*field).c_str(), *from);
+            EXPECT_STREQ(*to++, *from++);
+        }
     };
-    same(&stub->failure, &out->failure, 10);
-    same(&stub->site->opName, &out->site->opName, 11);
-    same(&stub->site->flow->flowID, &out->site->flow->flowID, 7);
-    EXPECT_EQ(
-        std::memcmp(&stub->size, &out->size,
-                    offsetof(InteractionStubStruct, site) - offsetof(InteractionStubStruct, size)),
-        0);
-    EXPECT_EQ(std::memcmp(&stub->site->peerType, &out->site->peerType, 12), 0);
+    same(&in->failure, kCallTexts, &out->failure);
+    same(&in->site->opName, kSiteTexts, &out->site->opName);
+    same(&in->site->flow->flowID, kFlowTexts, &out->site->flow->flowID);
+    EXPECT_EQ(object.itsPayloadContentType.c_str(), nullptr) << "through the accessors only";
+    EXPECT_EQ(out->payloadContentType, nullptr);
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_EQ(object.*kSizes[i], 1LL << (40 + i));
+        EXPECT_EQ((&out->size)[i], 1LL << (40 + i));
+    }
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(object.*kTypes[i], -11 - i);
+        EXPECT_EQ((&out->site->peerType)[i], -11 - i);
+    }
+    EXPECT_TRUE(object.itsState == 2 && out->state == 2);
+    EXPECT_TRUE(object.itIsContinuation);
+    EXPECT_EQ(out->site->continuation, 1);
     EXPECT_EQ(out->site->flow->impl, static_cast<FlowStub*>(&object));
+
+    for (int set = 0; set < 8; ++set) {
+        SCOPED_TRACE(set);
+        for (int i = 0; i < 8; ++i) (&in->lowPriority)[i] = i == set ? -5 : 0;
+        toInteractionStub(in, &object);
+        fromInteractionStub(&object, out);
+        for (int i = 0; i < 8; ++i) {
+            EXPECT_EQ(object.*kFlags[i], i == set);
+            EXPECT_EQ((&out->lowPriority)[i], i == set ? 1 : 0);
+        }
+    }
     freeInteractionStub(out);
-    freeClientInteraction(in);
+    freeInteractionStub(in);
 }
 
 }  // namespace

@@ -117,7 +117,6 @@ TEST(ConfigLoad, TheHostCountsOnlyForARemoteUplinkAndItsLineIsReadAnyway) {
         config.agentAddress(host, port);
         EXPECT_EQ(shown(host), row.kept);
         EXPECT_EQ(port, 4850);
-        EXPECT_EQ(shown(config.agentHost()), row.kept);
     }
     isRemote = before;
 }
@@ -169,6 +168,21 @@ TEST(ConfigLoad, RowsFollowTheCountAndNeverOutgrowTheText) {
     EXPECT_EQ(params->size(), 4097);
     FailingReader failing(3);
     EXPECT_EQ(InterceptorConfig::ReadFilters(failing, 3), nullptr);
+}
+
+// More empty rows than a cut text is given, with another table behind them.
+const std::string kManyWildcards = "5000\n" + std::string(3 * 5000, '\n');
+
+TEST(ConfigLoad, EmptyRowsThatStandInTheTextAreReadToTheLast) {
+    Pushed text(kManyWildcards + "5001\n" + std::string(5000, '\n') + "last\n1\nnext\n");
+    const std::unique_ptr<InterceptorConfig::Table> table(InterceptorConfig::ReadFilters(text, 3));
+    EXPECT_EQ(table->size(), 5000);
+    const std::unique_ptr<InterceptorConfig::Row> params(InterceptorConfig::ReadParams(text));
+    ASSERT_EQ(params->size(), 5001);
+    EXPECT_STREQ(params->at(5000).c_str(), "last");
+    const std::unique_ptr<InterceptorConfig::Row> next(InterceptorConfig::ReadParams(text));
+    ASSERT_NE(next, nullptr);
+    EXPECT_STREQ(next->at(0).c_str(), "next");
 }
 
 TEST(ConfigLoad, WhatCannotBeReadLeavesADeadConfiguration) {
@@ -230,6 +244,16 @@ TEST_F(ConfigFile, IsReadAtConstructionAndRefusedForAConfigurationOfTheAgent) {
     EXPECT_TRUE(config.itIsAlive);
     EXPECT_EQ(config.itsAgentPort, 4850);
     EXPECT_GT(config.itsLastCheck, 0);
+
+    write("host\n1\n1\n" + kManyWildcards + "0\n0\n0\n0\n1\nfield\n");
+    config.Refresh(false);
+    ASSERT_TRUE(config.hasFlowFieldNames()) << "the last line of a file is its last";
+    EXPECT_STREQ(config.flowFieldNames()->getHead()->data.c_str(), "field");
+    write("host\n1\n1\n2000000000\ng\ns\no\n");
+    config.Refresh(false);
+    EXPECT_TRUE(config.itIsAlive) << "a cut file ends soon";
+    EXPECT_FALSE(config.hasFlowFieldNames());
+
     unlink(itsPath.c_str());
     config.Refresh(false);
     EXPECT_FALSE(config.itIsAlive) << "a file that can't be opened";

@@ -125,6 +125,16 @@ TEST(EndToEndTrouble, ANewConfigurationMovesTheEvents) {
     driver.leave();
 }
 
+TEST(EndToEndTrouble, AProcessThatCannotHaveThreadsGoesOn) {
+    if (*QZ_LONELY_DRIVER == '\0') GTEST_SKIP() << "a sanitizer needs threads of its own";
+    AgentPeer agent;
+    Driver driver(quick(started(agent)), QZ_LONELY_DRIVER);
+    for (int i = 0; i < 3; ++i) driver.run(kCall);
+    driver.run("flush");
+    driver.leave();
+    EXPECT_EQ(agent.counters().controlConnections, 0);
+}
+
 TEST(EndToEndTrouble, NoAgentAtAllHoldsNobodyUp) {
     AgentPeer agent;
     started(agent).stop();

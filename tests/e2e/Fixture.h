@@ -35,7 +35,8 @@ inline Environment quick(const AgentPeer& agent, const Environment& more = {}) {
 /// An instrumented process.
 class Driver : public harness::Child {
 public:
-    explicit Driver(const Environment& environment) : Child(QZ_DRIVER, {}, environment) {}
+    explicit Driver(const Environment& environment, const char* program = QZ_DRIVER)
+        : Child(program, {}, environment) {}
 
     void run(const std::string& line) { EXPECT_EQ(ask(line), "ok") << line; }
     void leave() {

@@ -32,7 +32,7 @@ struct Report {
     }
 };
 
-/// An uplink that keeps what it is told and has no threads and no agent. Like the real one it
+/// An uplink that keeps its reports and has no threads and no agent. Like the real one it
 /// attaches a queue to an interaction at its first report and takes it off at its last one; the
 /// queues are numbers.
 ///

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -126,6 +127,7 @@ TEST_F(InteractionTest, ElapsedTimeIsAtLeastAMillisecondAndKept) {
     } rows[] = {
         {"a clock that was set back", 0, 5000, 1},
         {"a time that was given", 7, -5000, 7},
+        {"a start before all time", 0, LLONG_MIN, 1},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.why);
@@ -401,6 +403,13 @@ TEST_F(InteractionTest, ConfiguredFieldsAreMerged) {
         EXPECT_EQ(fieldsOf(call.itsMsgFields), row.msgFields);
         EXPECT_EQ(fieldsOf(call.itsFlowFields), row.flowFields);
     }
+    configure("1\n\n");
+    Interaction nameless;
+    nameless.itsFlowFields = new Util::Map<Util::String>();
+    nameless.itsFlowFields->put("", "F");
+    nameless.mergeFlowFields();
+    EXPECT_EQ(fieldsOf(nameless.itsMsgFields), "=F ") << "a blank name is a name";
+
     configure("0\n");
     Interaction call;
     call.setMsgField("msg", "M", true);

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -199,6 +200,9 @@ TEST(AgentEvent, TheSmallestIsAHeadAndTheFormatMark) {
     Client timeless(1, true);
     timeless.itsStartTime = 1000;
     EXPECT_EQ(timeless.event().size(), 22U) << "without a duration the end is not known";
+    timeless.itsStartTime = LLONG_MAX;
+    timeless.itsRtTime = 2;
+    EXPECT_EQ(timeless.event().substr(22), number(LLONG_MIN + 1, 8)) << "any start may be set";
     EXPECT_TRUE(AgentEvent(nullptr, false, true).itsIsClient);
     EXPECT_EQ(AgentEvent(nullptr, false, true).serialize().data, nullptr);
 }
@@ -246,6 +250,21 @@ TEST(AgentEvent, TheUpstreamOperationShowsOnlyWhereItIsAnother) {
         event.computeSize(false);
         EXPECT_EQ(event.itsOtherOpID != nullptr, row.differs);
         EXPECT_EQ((event.itsOptionalMask >> 42 & 1) == 1, row.shows);
+    }
+}
+
+TEST(AgentEvent, AServerShowsTheGivenPathAndAClientMakesItsOwn) {
+    Server server;
+    Client client;
+    for (Interaction* call :
+         {static_cast<Interaction*>(&server), static_cast<Interaction*>(&client)}) {
+        call->itComputesPath = true;
+        call->itsPPathID = "parent";
+        call->itsUrl = "http://h/a";
+        call->itsOpID = "op";
+        AgentEvent event(call, false, true);
+        event.computeSize(!call->isServer());
+        EXPECT_EQ((event.itsOptionalMask >> 32 & 1) == 1, call == &client);
     }
 }
 
