@@ -38,7 +38,8 @@ private:
 };
 
 // Most pushes repeat what the object holds, and a text that is equal needs no new copy.
-void push(Util::String& field, const char* text) {
+inline void push(Util::String& field, const char* text) {
+    if (field.c_str() == nullptr && text == nullptr) return;
     if (field != text) field = text;
 }
 
@@ -119,8 +120,7 @@ void forgetRecord(const Interaction* object) {
     ourStructMap.erase(key.text());
 }
 
-void assignStr(char** target, const Util::String& value) {
-    if (value == *target) return;
+void replaceStr(char** target, const Util::String& value) {
     Util::release(*target);
     *target = value.empty() ? nullptr : Util::String::convert(value.c_str());
 }

@@ -27,9 +27,15 @@ void registerRecord(const Interaction* object, void* record);
 void* findRecord(const Interaction* object);
 void forgetRecord(const Interaction* object);
 
-/// Stores a copy of the value, null for an empty one. A field that already holds the same text
-/// keeps its buffer.
-void assignStr(char** target, const Util::String& value);
+/// Replaces the text of a field by a copy of the value, null for an empty one.
+void replaceStr(char** target, const Util::String& value);
+
+/// The same, but a field that already holds the same text keeps its buffer. Most fields of a call
+/// are null on both sides, and a refresh looks at all of them.
+inline void assignStr(char** target, const Util::String& value) {
+    if (*target == nullptr && value.c_str() == nullptr) return;
+    if (value != *target) replaceStr(target, value);
+}
 
 /// A malloc block with a copy of the bytes.
 unsigned char* ucDup(const unsigned char* bytes, int size);

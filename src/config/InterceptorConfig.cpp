@@ -23,7 +23,7 @@ constexpr long long kStaleFile = 90000;      // ms
 
 constexpr int kRowCapacity = 16;
 
-// A count is whatever the text says, so no more room is made in advance than this.
+// A count is whatever a configuration claims, so no more room is made in advance than this.
 constexpr int kLargestFirstCapacity = 1024;
 
 // Behind its end a text reads as empty lines for ever, and a row of nothing but empty lines is a

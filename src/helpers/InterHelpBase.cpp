@@ -184,7 +184,9 @@ void Helpers::processCheckpoint(const char* name, const char* elapsed, Interacti
                                   "The checkpoint %s received a zero elapsed time.", name);
         return;
     }
-    interaction->getCheckpoints(true)->addIncomingCheckpoint(name, time);
+    // A peer's header is no reason for the exception that a nameless checkpoint raises when
+    // debugging.
+    if (!isBlank(name)) interaction->getCheckpoints(true)->addIncomingCheckpoint(name, time);
 }
 
 Util::Map<Util::String>* Helpers::readMultiValueHeader(const char* value) {

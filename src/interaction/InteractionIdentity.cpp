@@ -31,8 +31,7 @@ EntryRef InteractionStub::loadConfig() {
 }
 
 void InteractionStub::loadFromCacheData(const ConfigEntry* entry) {
-    // The group's is nearly always the very text that stands there.
-    if (itsGroupID != entry->itsGroupID) itsGroupID = entry->itsGroupID;
+    itsGroupID = entry->itsGroupID;
     itsServiceID = entry->itsServiceID;
     itsOpID = entry->itsOpID;
     itIncludesPayload = entry->itIncludesPayload;

@@ -9,6 +9,7 @@
 #include "uplink/SocketStreams.h"
 #include "util/ByteStreamReader.h"
 #include "util/diagnostics.h"
+#include "util/exceptions.h"
 
 namespace Quenvale::Interceptor::SDK {
 
@@ -19,11 +20,27 @@ constexpr int kReconnectPause = 50;  // ms
 constexpr int kConfigBuffer = 2048;
 constexpr int kSubscription[] = {5, 3, 0, 0};
 constexpr char kLocalHost[] = "127.0.0.1";
+constexpr int kMostStabilizers = 1 << 20;
 
 enum MessageType { kConfiguration = 4, kResetStabilizers = 6, kUpdateStabilizers = 7 };
 
+void checkCount(int count) {
+    if (count < 0 || count > kMostStabilizers)
+        Util::raise<Util::IOException>("Invalid number of stabilizers");
+}
+
+int readCount(IO::DataInputStream* in) {
+    const int count = in->readUnsignedInt();
+    checkCount(count);
+    return count;
+}
+
+// The set is bounded too: many messages must not fill what one may not.
 void readStabilizers(IO::DataInputStream* in, Util::Map<Util::String>& names) {
-    for (int count = in->readUnsignedInt(); count > 0; --count) names.put(in->readUTF(), "TRUE");
+    for (int count = readCount(in); count > 0; --count) {
+        names.put(in->readUTF(), "TRUE");
+        checkCount(names.size());
+    }
 }
 
 }  // namespace
@@ -197,8 +214,7 @@ void AsyncBinaryUplink::AgentAliveWatcher::updateStabilizers(IO::DataOutputStrea
                                                              IO::DataInputStream* in) {
     if (!itsStabilizers) itsStabilizers = std::make_unique<Util::Map<Util::String>>(2, 0, 0);
     readStabilizers(in, *itsStabilizers);
-    for (int count = in->readUnsignedInt(); count > 0; --count)
-        itsStabilizers->erase(in->readUTF());
+    for (int count = readCount(in); count > 0; --count) itsStabilizers->erase(in->readUTF());
 }
 
 void AsyncBinaryUplink::AgentAliveWatcher::waitForStart() {

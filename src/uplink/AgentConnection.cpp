@@ -1,6 +1,4 @@
 // The pool of event sockets: how a slot is had, given back and emptied, and how a socket is made.
-#include <unistd.h>
-
 #include <cxxabi.h>
 
 #include "config/InterceptorConfig.h"
@@ -18,15 +16,20 @@ constexpr char kLocalHost[] = "127.0.0.1";
 
 }  // namespace
 
-/// A thread that is counted as waiting for a slot.
+/// A thread that is counted as waiting for a slot. One signal can stand for several slots, and a
+/// thread that could not connect, or that an exception or its cancellation takes away, leaves the
+/// slot it was woken for: at the end the next in line is told.
 struct AsyncBinaryUplink::SlotWait {
     explicit SlotWait(AsyncBinaryUplink& uplink) : itsUplink(uplink) {
         Util::MutexGuard guard(itsUplink.itsWaiterLock);
         ++itsUplink.itsWaiters;
     }
     ~SlotWait() {
-        Util::MutexGuard guard(itsUplink.itsWaiterLock);
-        --itsUplink.itsWaiters;
+        {
+            Util::MutexGuard guard(itsUplink.itsWaiterLock);
+            --itsUplink.itsWaiters;
+        }
+        if (itsUplink.hasFreeSlot()) itsUplink.signalIfAwaited();
     }
     SlotWait(const SlotWait&) = delete;
     SlotWait& operator=(const SlotWait&) = delete;
@@ -48,16 +51,10 @@ int AsyncBinaryUplink::acquireInternal() {
     bool isFull = false;
     int slot = takeSlot(isFull);
     if (!isFull) return slot;
-    {
-        // From here on a release signals; the look behind the count finds the slots that came free
-        // before that.
-        const SlotWait counted(*this);
-        for (slot = takeSlot(isFull); isFull; slot = takeSlot(isFull))
-            itsSocketFreed.wait(kForever);
-    }
-    // One signal can stand for several slots, and a thread that could not connect leaves the slot
-    // it was woken for: the next in line is told.
-    if (hasFreeSlot()) signalIfAwaited();
+    // From here on a release signals; the look behind the count finds the slots that came free
+    // before that.
+    const SlotWait counted(*this);
+    for (slot = takeSlot(isFull); isFull; slot = takeSlot(isFull)) itsSocketFreed.wait(kForever);
     return slot;
 }
 

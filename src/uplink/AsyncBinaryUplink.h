@@ -16,6 +16,10 @@
 
 namespace Quenvale::Interceptor::SDK {
 
+namespace IO {
+class DataOutputStream;
+}
+
 /// The uplink that the library makes, one for the process.
 ///
 /// A report is serialised, appended to one of a fixed set of memory queues, and done. A queue goes
@@ -174,8 +178,8 @@ private:
     void signalIfAwaited();
     static std::unique_ptr<Util::Socket> connectTo(const char* host, int port);
     void keepAgentID(const unsigned char* bytes, int length);
-    void writeCredentials(const SocketStreams* streams, const unsigned char* id, int length);
-    void writeAgentID(const SocketStreams* streams, int length);
+    void writeCredentials(IO::DataOutputStream& out, const unsigned char* id, int length);
+    void writeAgentID(IO::DataOutputStream& out, int length);
 };
 
 }  // namespace Quenvale::Interceptor::SDK

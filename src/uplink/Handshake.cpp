@@ -1,8 +1,14 @@
 // The conversation that opens every connection to the agent: hello, the agent's id, credentials,
 // the echo of the id that the process met first, and one byte for yes or no.
+#include <poll.h>
+#include <sys/socket.h>
+
 #include <algorithm>
+#include <cerrno>
+#include <chrono>
 #include <cstring>
 
+#include "io/ByteOutputStream.h"
 #include "uplink/AsyncBinaryUplink.h"
 #include "uplink/BootstrapConfig.h"
 #include "uplink/SocketStreams.h"
@@ -14,13 +20,38 @@ namespace Quenvale::Interceptor::SDK {
 
 namespace {
 
-// Bounds each of the two waits for the agent: a silent one must not hold a reporting thread.
+// Bounds each of the three waits for the agent: a silent one must not hold a reporting thread.
 constexpr int kAnswerTime = 5000;  // ms
+
+constexpr int kReplyFrame = 16;  // Room for what stands around the id when there are no credentials.
 
 constexpr int kNoCredentials = 0;
 constexpr int kHashed = 2;
 constexpr int kEnd = 0;
 constexpr int kAccepted = 1;
+
+// False when the agent does not take all of it in time. The reply is as long as the agent made its
+// id, so one that stops reading can fill every buffer on the way.
+bool sendInTime(int descriptor, const unsigned char* bytes, int length) {
+    using std::chrono::milliseconds;
+    const auto now = [] { return std::chrono::steady_clock::now(); };
+    const auto deadline = now() + milliseconds(kAnswerTime);
+    while (length > 0) {
+        const ssize_t sent = send(descriptor, bytes, static_cast<std::size_t>(length),
+                                  MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (sent > 0) {
+            bytes += sent;
+            length -= static_cast<int>(sent);
+            continue;
+        }
+        if (sent == 0 || (errno != EAGAIN && errno != EINTR)) return false;
+        const auto rest = std::chrono::ceil<milliseconds>(deadline - now()).count();
+        if (rest <= 0) return false;
+        pollfd wanted = {descriptor, POLLOUT, 0};
+        poll(&wanted, 1, static_cast<int>(rest));
+    }
+    return true;
+}
 
 }  // namespace
 
@@ -40,10 +71,12 @@ bool AsyncBinaryUplink::doConnectionHandshaking(const Util::Socket* socket,
     if (length < 1 || !id) return false;
     keepAgentID(id.get(), length);
 
-    writeCredentials(streams, id.get(), length);
-    writeAgentID(streams, length);
-    out.writeByte(kEnd);
-    out.flush();
+    IO::ByteOutputStream bytes(length + kReplyFrame);
+    IO::DataOutputStream reply(&bytes);
+    writeCredentials(reply, id.get(), length);
+    writeAgentID(reply, length);
+    reply.writeByte(kEnd);
+    if (!sendInTime(socket->itsDescriptor, bytes.getBuffer(), bytes.getCount())) return false;
 
     streams->itsSocketIn->limitReads(kAnswerTime);
     const bool isAccepted = in.read() == kAccepted;
@@ -65,10 +98,9 @@ void AsyncBinaryUplink::keepAgentID(const unsigned char* bytes, int length) {
 
 // What is hashed is the id that came with this handshake, up to a zero byte in it, and the
 // password.
-void AsyncBinaryUplink::writeCredentials(const SocketStreams* streams, const unsigned char* id,
+void AsyncBinaryUplink::writeCredentials(IO::DataOutputStream& out, const unsigned char* id,
                                          int length) {
     const std::shared_ptr<BootstrapConfig> config = bootstrap();
-    IO::DataOutputStream& out = *streams->itsDataOut;
     if (!config || config->itsUsername.empty()) {
         out.writeByte(kNoCredentials);
         return;
@@ -83,7 +115,7 @@ void AsyncBinaryUplink::writeCredentials(const SocketStreams* streams, const uns
 
 // The id that the process met first, in the length of the present one: an agent that follows
 // another is not told its own.
-void AsyncBinaryUplink::writeAgentID(const SocketStreams* streams, int length) {
+void AsyncBinaryUplink::writeAgentID(IO::DataOutputStream& out, int length) {
     const auto size = static_cast<std::size_t>(length);
     const std::unique_ptr<unsigned char[]> echo(new unsigned char[size]());
     {
@@ -91,7 +123,7 @@ void AsyncBinaryUplink::writeAgentID(const SocketStreams* streams, int length) {
         std::memcpy(echo.get(), itsAgentID.get(),
                     static_cast<std::size_t>(std::min(length, itsAgentIDLength)));
     }
-    streams->itsDataOut->writeBytes(echo.get(), length);
+    out.writeBytes(echo.get(), length);
 }
 
 }  // namespace Quenvale::Interceptor::SDK

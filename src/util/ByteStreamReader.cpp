@@ -43,7 +43,11 @@ String ByteStreamReader::ReadLine() {
         return line;
     }
 
-    const int came = itsSource->read(bytes, used, kLongestLine - used);
+    // No more than is there, so that the source need not look for what follows: at its end it
+    // would answer with the end in place of what it still had buffered.
+    const int ready = itsSource->available();
+    const int room = kLongestLine - used;
+    const int came = itsSource->read(bytes, used, ready > 0 && ready < room ? ready : room);
     if (came > 0) {
         if (line[0] == '\0') return {};
         used += came;

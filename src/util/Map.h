@@ -64,7 +64,6 @@ public:
         putAll(other);
     }
     virtual ~Map() {
-        for (int i = 0; i < itsBucketCount; ++i) delete itsBuckets[i];
         std::free(itsBuckets);
         delete itsEntryList;
     }
@@ -73,12 +72,14 @@ public:
 
     virtual T& find(const String& key) { return find(key.c_str()); }
     virtual T& find(const char* key) {
-        EntryNode* node = search(key);
+        EntryNode* node = search(key, hashOf(key));
         if (node == nullptr) return itsBlank;
         if (itsUseLRU == 1) itsEntryList->moveToTail(node);
         return node->data->value;
     }
-    virtual bool hasKey(const String& key) { return search(key.c_str()) != nullptr; }
+    virtual bool hasKey(const String& key) {
+        return search(key.c_str(), hashOf(key.c_str())) != nullptr;
+    }
     /// By the raw value: texts count as equal only when they are the very buffer.
     virtual bool hasValue(const T& value) {
         for (EntryNode* node = itsEntryList->getHead(); node != nullptr; node = node->next)
@@ -89,32 +90,26 @@ public:
     /// True when something was removed. The entry is unlinked through its node, so that the cost
     /// does not grow with the map.
     virtual bool erase(const char* key) {
-        const unsigned long bucket = computeKey(key, itsBucketCount);
-        EntryNode* node = takeFromBucket(bucket, key);
+        EntryNode* node = search(key, hashOf(key));
         if (node == nullptr) return false;
         dropEntry(node);
         return true;
     }
     virtual void insert(const String& key, const T& value) { insert(key.c_str(), value); }
     virtual void insert(const char* key, const T& value) {
-        if (EntryNode* node = search(key)) {
+        const unsigned long hash = hashOf(key);
+        if (EntryNode* node = search(key, hash)) {
             replaceValue(node->data, value);
             if (itsUseLRU == 1) itsEntryList->moveToTail(node);
             return;
         }
         // Built before the oldest goes: key and value may stand in it.
         auto entry = std::make_unique<Entry>(key, value, itsFreeMode);
-        if (itsMaxSize > 0 && itsSize >= itsMaxSize) dropOldest();
+        entry->hash = hash;
+        if (itsMaxSize > 0 && itsSize >= itsMaxSize) dropEntry(itsEntryList->getHead());
         EntryNode* node = itsEntryList->addEx(entry.get());
         static_cast<void>(entry.release());
-        try {
-            addNode(node);
-        } catch (...) {
-            // Short of memory: the value stays the caller's.
-            node->data->freeMode = 0;
-            itsEntryList->eraseNode(node);
-            throw;
-        }
+        addNode(node);
     }
     virtual void put(const String& key, const T& value) { insert(key.c_str(), value); }
     virtual void putAll(Map* other) {
@@ -130,7 +125,7 @@ public:
     }
     virtual bool empty() { return itsSize == 0; }
     virtual void clear() {
-        for (int i = 0; i < itsBucketCount; ++i) nullify(&itsBuckets[i], false);
+        std::memset(itsBuckets, 0, static_cast<std::size_t>(itsBucketCount) * sizeof(*itsBuckets));
         itsEntryList->clear();
         itsSize = 0;
     }
@@ -145,53 +140,62 @@ public:
 
     /// The bucket of a key among so many; 0 stands for the present number.
     unsigned long computeKey(const char* key, int buckets) const {
-        if (key == nullptr) return 0;
-        if (buckets == 0) buckets = itsBucketCount;
-        unsigned long hash = 0;
-        for (; *key != '\0'; ++key)
-            hash = hash * 65599UL + static_cast<unsigned long>(static_cast<signed char>(*key));
-        return hash % static_cast<unsigned long>(buckets);
+        return bucketOf(hashOf(key), buckets == 0 ? itsBucketCount : buckets);
     }
 
 private:
-    using Bucket = List<EntryNode*>;
     static constexpr int kInitialBuckets = 16;
+
+    // h * 65599 + c for each character, four at a step where there are as many, since each step
+    // waits for the one before it.
+    static unsigned long hashOf(const char* key) {
+        constexpr unsigned long k1 = 65599UL, k2 = k1 * k1, k3 = k2 * k1, k4 = k3 * k1;
+        if (key == nullptr) return 0;
+        const auto at = [&](int i) {
+            return static_cast<unsigned long>(static_cast<signed char>(key[i]));
+        };
+        unsigned long hash = 0;
+        while (key[0] != '\0' && key[1] != '\0' && key[2] != '\0' && key[3] != '\0') {
+            hash = hash * k4 + (at(0) * k3 + at(1) * k2 + at(2) * k1 + at(3));
+            key += 4;
+        }
+        for (; *key != '\0'; ++key) hash = hash * k1 + at(0);
+        return hash;
+    }
+
+    static unsigned long bucketOf(unsigned long hash, int buckets) {
+        const auto count = static_cast<unsigned long>(buckets);
+        return (count & (count - 1)) == 0 ? hash & (count - 1) : hash % count;
+    }
 
     static bool isSameKey(const char* a, const char* b) {
         if (a == nullptr || b == nullptr) return a == b;
         return std::strcmp(a, b) == 0;
     }
 
-    EntryNode* search(const char* key) {
-        Bucket* bucket = itsBuckets[computeKey(key, itsBucketCount)];
-        if (bucket == nullptr) return nullptr;
-        for (auto* link = bucket->getHead(); link != nullptr; link = link->next)
-            if (isSameKey(link->data->data->key.c_str(), key)) return link->data;
-        return nullptr;
+    EntryNode* search(const char* key, unsigned long hash) {
+        EntryNode* node = itsBuckets[bucketOf(hash, itsBucketCount)];
+        while (node != nullptr &&
+               (node->data->hash != hash || !isSameKey(node->data->key.c_str(), key)))
+            node = nextOf(node);
+        return node;
     }
 
-    EntryNode* takeFromBucket(unsigned long index, const char* key) {
-        Bucket* bucket = itsBuckets[index];
-        if (bucket == nullptr) return nullptr;
-        for (auto* link = bucket->getHead(); link != nullptr; link = link->next) {
-            EntryNode* node = link->data;
-            if (!isSameKey(node->data->key.c_str(), key)) continue;
-            bucket->eraseNode(link);
-            return node;
-        }
-        return nullptr;
+    static EntryNode* nextOf(EntryNode* node) {
+        return static_cast<EntryNode*>(node->data->nextInBucket);
     }
 
     void dropEntry(EntryNode* node) {
+        EntryNode*& head = itsBuckets[bucketOf(node->data->hash, itsBucketCount)];
+        if (head == node) {
+            head = nextOf(node);
+        } else {
+            EntryNode* before = head;
+            while (nextOf(before) != node) before = nextOf(before);
+            before->data->nextInBucket = node->data->nextInBucket;
+        }
         itsEntryList->eraseNode(node);
         --itsSize;
-    }
-
-    void dropOldest() {
-        EntryNode* oldest = itsEntryList->getHead();
-        const char* key = oldest->data->key.c_str();
-        takeFromBucket(computeKey(key, itsBucketCount), key);
-        dropEntry(oldest);
     }
 
     void replaceValue(Entry* entry, const T& value) {
@@ -202,40 +206,41 @@ private:
     }
 
     void addNode(EntryNode* node) {
-        if (itsSize < itsBucketCount)
-            addToBucket(node);
-        else
-            resize(static_cast<int>(static_cast<float>(itsSize) * itsGrowthFactor + 0.5F));
+        if (itsSize >= itsBucketCount) grow();
+        link(node);
         ++itsSize;
     }
 
-    void addToBucket(EntryNode* node) {
-        Bucket*& bucket = itsBuckets[computeKey(node->data->key.c_str(), itsBucketCount)];
-        if (bucket == nullptr) bucket = new Bucket(0);
-        bucket->add(node);
+    void link(EntryNode* node) {
+        EntryNode*& head = itsBuckets[bucketOf(node->data->hash, itsBucketCount)];
+        node->data->nextInBucket = head;
+        head = node;
     }
 
-    // The list already holds the entry that asked for more room.
-    void resize(int count) {
-        Bucket** const old = itsBuckets;
-        const int oldCount = itsBucketCount;
-        makeBuckets(count);
-        for (int i = 0; i < oldCount; ++i) delete old[i];
+    // Where there is no memory for more buckets the present ones go on.
+    void grow() {
+        const int count = static_cast<int>(static_cast<float>(itsSize) * itsGrowthFactor + 0.5F);
+        EntryNode** const old = itsBuckets;
+        try {
+            makeBuckets(count);
+        } catch (const std::bad_alloc&) {
+            return;
+        }
+        for (EntryNode* node = itsEntryList->getHead(); node->next != nullptr; node = node->next)
+            link(node);
         std::free(old);
-        for (EntryNode* node = itsEntryList->getHead(); node != nullptr; node = node->next)
-            addToBucket(node);
     }
 
     void makeBuckets(int count) {
-        void* buckets = std::calloc(static_cast<std::size_t>(count), sizeof(Bucket*));
+        void* buckets = std::calloc(static_cast<std::size_t>(count), sizeof(EntryNode*));
         if (buckets == nullptr) throw std::bad_alloc();
-        itsBuckets = static_cast<Bucket**>(buckets);
+        itsBuckets = static_cast<EntryNode**>(buckets);
         itsBucketCount = count;
     }
 
     T itsBlank = blankItem<T>();
     List<Entry*>* itsEntryList = new List<Entry*>(2);
-    Bucket** itsBuckets = nullptr;
+    EntryNode** itsBuckets = nullptr;  // Heads of the chains through nextInBucket.
     int itsFreeMode;
     int itsBucketCount = 0;
     int itsSize = 0;

@@ -16,6 +16,10 @@ struct Pair : Pooled {
     String key;
     T value;
     int freeMode;
+
+    /// The map's own: the hash of the key, and the next entry's node in the same bucket.
+    unsigned long hash = 0;
+    void* nextInBucket = nullptr;
 };
 
 }  // namespace Quenvale::Interceptor::SDK::Util

@@ -23,10 +23,7 @@ public:
     String(const char* text, unsigned int length) : itsText(duplicate(text, length)) {}
     String(const String& other) : itsText(convert(other.itsText)) {}
     String(String&& other) noexcept : itsText(std::exchange(other.itsText, nullptr)) {}
-    ~String() {
-        // Most fields of a call are never set: those cost no call.
-        if (itsText != nullptr) release(itsText);
-    }
+    ~String() { release(itsText); }
 
     String& operator=(const char* text) {
         release(itsText);

@@ -88,6 +88,19 @@ bool registerCache(Cache& cache) {
     return !cache.isClosed;
 }
 
+inline bool isOpen(Cache& cache) {
+    return !cache.isClosed && (cache.isRegistered || registerCache(cache));
+}
+
+inline bool keep(Cache& cache, void* block, int i) {
+    if (cache.count[i] >= kKept[i]) return false;
+    auto* idle = static_cast<Idle*>(block);
+    idle->next = cache.head[i];
+    cache.head[i] = idle;
+    ++cache.count[i];
+    return true;
+}
+
 // The class whose blocks hold `bytes`: 0 for up to 32, 5 for up to 1024.
 inline int classFor(std::size_t bytes) {
     return bytes <= kSmallest ? 0 : 64 - __builtin_clzl(bytes - 1) - 5;
@@ -124,23 +137,25 @@ void* allocateZeroed(std::size_t bytes) noexcept {
     return block;
 }
 
-void release(void* block) noexcept {
-    if (block == nullptr) return;
+void releaseBlock(void* block) noexcept {
 #ifndef QZ_PLAIN_BLOCKS
     Cache& cache = ourCache;
-    if (!cache.isClosed && (cache.isRegistered || registerCache(cache))) {
+    if (isOpen(cache)) {
         const std::size_t usable = malloc_usable_size(block);
-        if (usable >= kSmallest && usable < kLargest + kSmallest) {
-            const int i = classOf(usable);
-            if (cache.count[i] < kKept[i]) {
-                auto* idle = static_cast<Idle*>(block);
-                idle->next = cache.head[i];
-                cache.head[i] = idle;
-                ++cache.count[i];
-                return;
-            }
-        }
+        if (usable >= kSmallest && usable < kLargest + kSmallest &&
+            keep(cache, block, classOf(usable)))
+            return;
     }
+#endif
+    std::free(block);
+}
+
+void releaseBlock(void* block, std::size_t bytes) noexcept {
+#ifndef QZ_PLAIN_BLOCKS
+    Cache& cache = ourCache;
+    if (bytes <= kLargest && isOpen(cache) && keep(cache, block, classFor(bytes))) return;
+#else
+    static_cast<void>(bytes);
 #endif
     std::free(block);
 }

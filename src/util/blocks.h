@@ -22,8 +22,15 @@ QZ_API void* allocate(std::size_t bytes) noexcept;
 /// The same, zeroed.
 QZ_API void* allocateZeroed(std::size_t bytes) noexcept;
 
-/// Gives a block back. Null does nothing.
-QZ_API void release(void* block) noexcept;
+/// Gives a block back that isn't null. The second form is for one that allocate() gave for so many
+/// bytes, and saves asking the block for its size.
+QZ_API void releaseBlock(void* block) noexcept;
+QZ_API void releaseBlock(void* block, std::size_t bytes) noexcept;
+
+/// Gives a block back. Null does nothing, and most texts of a call are null.
+inline void release(void* block) noexcept {
+    if (block != nullptr) releaseBlock(block);
+}
 
 /// A copy of `length` characters with a terminator; null for a null text.
 QZ_API char* duplicate(const char* text, std::size_t length) noexcept;
@@ -32,7 +39,9 @@ QZ_API char* duplicate(const char* text, std::size_t length) noexcept;
 struct Pooled {
     QZ_API static void* operator new(std::size_t bytes);
     static void* operator new(std::size_t, void* place) noexcept { return place; }
-    static void operator delete(void* block) noexcept { release(block); }
+    static void operator delete(void* block, std::size_t bytes) noexcept {
+        if (block != nullptr) releaseBlock(block, bytes);
+    }
 };
 
 }  // namespace Quenvale::Interceptor::SDK::Util

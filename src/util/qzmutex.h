@@ -13,15 +13,8 @@ namespace Quenvale::Interceptor::SDK::Util {
 /// Threads: any. No order between two locks is enforced here; it belongs to their owners.
 class QZ_API QZ_CAPABILITY("mutex") qzmutex {
 public:
-    qzmutex() {
-        pthread_mutexattr_init(&itsAttributes);
-        pthread_mutexattr_settype(&itsAttributes, PTHREAD_MUTEX_RECURSIVE);
-        pthread_mutex_init(&itsMutex, &itsAttributes);
-    }
-    ~qzmutex() {
-        pthread_mutex_destroy(&itsMutex);
-        pthread_mutexattr_destroy(&itsAttributes);
-    }
+    qzmutex() = default;
+    ~qzmutex() { pthread_mutex_destroy(&itsMutex); }
     qzmutex(const qzmutex&) = delete;
     qzmutex& operator=(const qzmutex&) = delete;
 
@@ -34,8 +27,8 @@ public:
     pthread_mutex_t* handle() const { return &itsMutex; }
 
 private:
-    mutable pthread_mutexattr_t itsAttributes;
-    mutable pthread_mutex_t itsMutex;
+    // The static form costs no call: each server interaction has a lock.
+    mutable pthread_mutex_t itsMutex = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
 };
 
 /// Holds a lock for a scope. A lock that failed is not unlocked.

@@ -24,11 +24,20 @@ constexpr int kNumberText = 66;
     if (base >= 2 && base <= 36) {
         const auto radix = static_cast<unsigned long long>(base);
         auto rest = static_cast<unsigned long long>(value);
+        const char* const digits = "0123456789abcdefghijklmnopqrstuvwxyz";
         if (value < 0) rest = 0ULL - rest;
-        do {
-            *out++ = "0123456789abcdefghijklmnopqrstuvwxyz"[rest % radix];
-            rest /= radix;
-        } while (rest != 0);
+        if (base == 16) {
+            // Addresses are keys of the record map, once and again for each call: no division.
+            do {
+                *out++ = digits[rest & 15];
+                rest >>= 4;
+            } while (rest != 0);
+        } else {
+            do {
+                *out++ = digits[rest % radix];
+                rest /= radix;
+            } while (rest != 0);
+        }
         if (value < 0) *out++ = '-';
         strreverse(buffer, out - 1);
     }

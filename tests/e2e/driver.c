@@ -36,6 +36,20 @@ static void end(ServerInteractionStruct* call) {
     freeServerInteraction(call);
 }
 
+/* The functions with C++ symbols are reached from C as well. */
+static int symbolsWork(void) {
+    unsigned size = 0;
+    SiteStubStruct* site = newSiteStub();
+    char* block = serializeSiteStub(site, &size);
+    SiteStubStruct* back = deserializeSiteStub(block, NULL);
+    const int works = size == 27 && strlencustom(back->url) == 0 && siGetSize(NULL, NULL) == 0 &&
+                      ciGetSize(NULL, NULL) == 0 && ciGetPayloadContentType(NULL) == NULL;
+    qz_free(block);
+    freeSiteStub(site);
+    freeSiteStub(back);
+    return works;
+}
+
 static void serverCall(char** words) {
     ServerInteractionStruct* call = begin(words[1], words[2]);
     const char* payload = given(words[3]);
@@ -104,6 +118,7 @@ static void spin(int threads) {
 int main(void) {
     char line[4096];
     ServerInteractionStruct* held = NULL;
+    if (!symbolsWork()) return 4;
     while (fgets(line, sizeof line, stdin) != NULL) {
         char* words[8] = {NULL};
         int count = 0;

@@ -15,12 +15,7 @@ struct Report {
     int state = 0;
     bool rqstNotified = false;
     bool isClient = false;
-    bool hasFailure = false;
-    std::string failure;
-    std::string flowID, interactionID, upstreamID, parentID, pathID, pPathID, locus;
-    std::string groupName, groupID, serviceID, opID, opName, url, subNode;
-    std::string payload;
-    int sequenceNumber = 0;
+    std::string failure, interactionID, opName, url, payload;
     int rtTime = 0;
     long long msgSize = 0;
     int queue = 0;
@@ -99,26 +94,15 @@ private:
         report.state = interaction->itsState;
         report.rqstNotified = interaction->itsRqstNotified;
         report.isClient = !interaction->isServer();
-        report.hasFailure = interaction->itsFailure.c_str() != nullptr;
         report.failure = text(interaction->itsFailure);
-        report.flowID = text(interaction->getFlowID());
+        // An event asks for both ids, so that a server's are made by now.
+        interaction->getFlowID();
         report.interactionID = text(interaction->getInteractionID());
-        report.upstreamID = text(interaction->getUpstreamInteractionID());
-        report.parentID = text(interaction->itsParentID);
-        report.pathID = text(interaction->_getPathID(true));
-        report.pPathID = text(interaction->_getPPathID());
-        report.locus = text(interaction->itsLocus);
-        report.groupName = text(interaction->itsGroupName);
-        report.groupID = text(interaction->itsGroupID);
-        report.serviceID = text(interaction->itsServiceID);
-        report.opID = text(interaction->itsOpID);
         report.opName = text(interaction->getOpName());
         report.url = text(interaction->getUrl());
-        report.subNode = text(interaction->itsSubNode);
         if (const auto* payload = interaction->itsPayload)
             report.payload.assign(reinterpret_cast<const char*>(payload->data),
                                   static_cast<unsigned>(payload->length));
-        report.sequenceNumber = interaction->itsSequenceNumber;
         report.rtTime = interaction->itsRtTime;
         report.msgSize = interaction->itsMsgSize;
         return report;

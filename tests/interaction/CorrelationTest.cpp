@@ -14,6 +14,7 @@
 #include "interaction/IntCorrTlsStack.h"
 #include "interaction/IntCorrelator.h"
 #include "interaction/ServerInteraction.h"
+#include "interaction/ThreadStacks.h"
 
 using namespace Quenvale::Interceptor::SDK;
 using harness::thrown;
@@ -199,7 +200,10 @@ TEST(Correlation, CallsWorkWhileTheThreadEnds) {
         EXPECT_EQ(onThread(), nullptr);
         newServer();
         EXPECT_EQ(onThread(), nullptr) << "nor by a call that never ended";
-        if (++round < kRounds) pthread_setspecific(key, value);
+        if (++round < kRounds)
+            pthread_setspecific(key, value);
+        else
+            EXPECT_EQ(ThreadStacks::ofThread(), nullptr) << "no later notice may come";
     };
     ASSERT_EQ(pthread_key_create(&key, atThreadEnd), 0);
     onOtherThread([] {
@@ -288,14 +292,37 @@ TEST(IntCorrTlsStack, AnswersForTheCallingThreadOnly) {
         EXPECT_NE(stack.getTID(), name);
     });
     EXPECT_EQ(stack.getTID(), name);
+    EXPECT_EQ(onThread(), inner.get());
+    auto above = newServer();
+    EXPECT_EQ(stack.getServer(kNone), inner.get()) << "objects don't hide each other's calls";
+    stack.putServer(outer.get(), kNone);
+    EXPECT_EQ(onThread(), above.get());
+    above->end();
+    outer.reset();
+    EXPECT_EQ(stack.getServer(kNone), inner.get()) << "a call that goes leaves every object";
     stack.putServer(nullptr, kNone);
     EXPECT_EQ(stack.popInteraction(inner.get(), true), nullptr);
     EXPECT_EQ(stack.getServer(kNone), nullptr) << "a null on top stays there";
-    onOtherThread([&] { stack.putServer(outer.get(), kNone); });
-    outer->end();
     inner->end();
-    outer.reset();
-    inner.reset();
+}
+
+TEST(IntCorrTlsStack, AnObjectThatGoesTakesItsEntriesFromAllThreads) {
+    Owned<ServerInteraction> server(new ServerInteraction);
+    auto stack = std::make_unique<IntCorrTlsStack>();
+    std::promise<void> isPut;
+    std::promise<void> isGone;
+    std::thread other([&] {
+        stack->putServer(server.get(), kNone);
+        isPut.set_value();
+        EXPECT_EQ(isGone.get_future().wait_for(kLimit), std::future_status::ready);
+    });
+    EXPECT_EQ(isPut.get_future().wait_for(kLimit), std::future_status::ready);
+    stack->putServer(server.get(), kNone);
+    EXPECT_EQ(server->itsStackEntries, 2);
+    stack.reset();
+    EXPECT_EQ(server->itsStackEntries, 0);
+    isGone.set_value();
+    other.join();
 }
 
 }  // namespace
