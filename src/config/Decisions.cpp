@@ -66,6 +66,9 @@ EntryRef InterceptorConfig::NewCacheEntry(Interaction* interaction, bool isClien
     const Util::String& opName = interaction->getOpName();
     const Util::String& groupID = interaction->itsGroupID;
     interaction->loadFromCache();
+    // A call with a known group name comes here before its group has an id: most never need one.
+    if (groupID.empty() && !interaction->itsGroupName.empty())
+        interaction->computeDefaultGroupData();
     Util::String serviceID = interaction->itsServiceID;
     const Util::String path = pathOf(interaction->getUrl());
 

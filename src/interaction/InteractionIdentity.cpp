@@ -22,8 +22,14 @@ void InteractionStub::loadIdentity() {
     // Before the steps that can throw or come back here.
     itIsLoaded = true;
     adjustSvcType();
-    computeDefaultGroupData();
-    if (const EntryRef entry = loadConfig()) loadFromCacheData(entry.get());
+    // A decision brings the group's id with it, so that the id is only derived for a new one: there
+    // by the configuration, and here where there is none.
+    computeDefaultGroupName();
+    if (itsGroupID.empty() && itsGroupName.empty()) throw kNameMissing;
+    if (const EntryRef entry = loadConfig())
+        loadFromCacheData(entry.get());
+    else
+        computeDefaultGroupData();
 }
 
 EntryRef InteractionStub::loadConfig() {

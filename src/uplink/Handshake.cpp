@@ -23,7 +23,8 @@ namespace {
 // Bounds each of the three waits for the agent: a silent one must not hold a reporting thread.
 constexpr int kAnswerTime = 5000;  // ms
 
-constexpr int kReplyFrame = 16;  // Room for what stands around the id when there are no credentials.
+// Room for what stands around the id in a reply without credentials.
+constexpr int kReplyFrame = 16;
 
 constexpr int kNoCredentials = 0;
 constexpr int kHashed = 2;
@@ -37,8 +38,8 @@ bool sendInTime(int descriptor, const unsigned char* bytes, int length) {
     const auto now = [] { return std::chrono::steady_clock::now(); };
     const auto deadline = now() + milliseconds(kAnswerTime);
     while (length > 0) {
-        const ssize_t sent = send(descriptor, bytes, static_cast<std::size_t>(length),
-                                  MSG_NOSIGNAL | MSG_DONTWAIT);
+        const ssize_t sent =
+            send(descriptor, bytes, static_cast<std::size_t>(length), MSG_NOSIGNAL | MSG_DONTWAIT);
         if (sent > 0) {
             bytes += sent;
             length -= static_cast<int>(sent);

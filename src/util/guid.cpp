@@ -38,7 +38,7 @@ void putLowByteFirst(unsigned char* bytes, std::uint64_t value, int count) {
 String newGuid() {
     unsigned char bytes[kGuidBytes];
     getBytes(bytes);
-    return base64::encode(reinterpret_cast<const char*>(bytes), kGuidBytes);
+    return base64::encode16(bytes);
 }
 
 void getBytes(unsigned char* bytes) {

@@ -173,7 +173,8 @@ String finish(Quenvale_MD5Context* context, bool inBase64) {
     char digest[17];
     Quenvale_MD5Final(reinterpret_cast<unsigned char*>(digest), context);
     digest[16] = '\0';
-    return inBase64 ? base64::encode(digest, 16) : String(digest);
+    return inBase64 ? base64::encode16(reinterpret_cast<const unsigned char*>(digest))
+                    : String(digest);
 }
 
 }  // namespace

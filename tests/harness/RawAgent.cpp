@@ -117,8 +117,11 @@ void RawAgent::serve(int descriptor, std::size_t number, const Manners& manners)
     send(descriptor, id.data(), id.size(), MSG_NOSIGNAL);
     reader.byte();
     const std::string echo = reader.block();
-    change(number, [&](Connection& connection) { connection.echo = echo; });
     reader.byte();
+    change(number, [&](Connection& connection) {
+        connection.echo = echo;
+        connection.handshake = reader.raw;
+    });
     if (!reader.isAtEnd) {
         const char answer = static_cast<char>(manners.answer);
         send(descriptor, &answer, 1, MSG_NOSIGNAL);

@@ -25,7 +25,8 @@ class RawAgent {
 public:
     using Manners = AgentManners;
     struct Connection {
-        std::string echo;  // The id as the library gave it back.
+        std::string echo;       // The id as the library gave it back.
+        std::string handshake;  // All that the library sent up to the agent's yes or no.
         std::vector<std::string> messages;
         bool isOver = false;
     };

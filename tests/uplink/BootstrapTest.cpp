@@ -75,6 +75,8 @@ TEST_F(Bootstrap, TheFirstSourceThatAnswersWins) {
         {"a slash straight behind the scheme belongs to a host that no one knows",
          {{0, "tcp:///:5"}, {2, "tcp://10.0.0.2:2"}},
          "10.0.0.2 2"},
+        {"no host at all", {{0, "tcp://:5"}, {2, "tcp://10.0.0.2:2"}}, "10.0.0.2 2"},
+        {"nothing behind the scheme", {{0, "tcp://"}, {2, "tcp://10.0.0.2:2"}}, "10.0.0.2 2"},
         {"a host that no one knows, and its port goes with it",
          {{0, "tcp://256.256.256.256:7"}, {1, file}},
          "NIL 4848"},

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "harness/RawAgent.h"
+#include "harness/loopback.h"
 #include "interaction/ServerInteraction.h"
 #include "uplink/AgentEvent.h"
 #include "uplink/TestUplink.h"
@@ -331,6 +332,32 @@ TEST(QueuesPool, EveryWaiterGoesOnWhenSlotsComeFree) {
     }
 }
 
+// The host may cancel the thread that a signal woke, in the connect that it woke for.
+TEST(QueuesPool, ACancelledWaiterHandsItsSlotOn) {
+    RawAgent agent;
+    TestUplink::use(agent.port());
+    const UplinkParameters::Values params = TestUplink::with(1024, 1, 1);
+    TestUplink uplink(params);
+    const int held = uplink.acquire();
+    std::promise<int> outcomes[2];
+    std::thread waiters[2];
+    for (int i = 0; i < 2; ++i) {
+        waiters[i] = std::thread([&, i] { outcomes[i].set_value(uplink.acquire()); });
+        while (uplink.slotWaiters() <= i) std::this_thread::yield();
+    }
+    const int silent = Loopback::listenOn(0);
+    TestUplink::use(Loopback::portOf(silent));
+    uplink.release(held, true);
+    const int handshake = accept(silent, nullptr, nullptr);
+    pthread_cancel(waiters[0].native_handle());
+    waiters[0].join();
+    // Whichever of the two was woken, the other finds out that nobody is there.
+    close(silent);
+    close(handshake);
+    EXPECT_LT(outcomes[1].get_future().get(), 0);
+    waiters[1].join();
+}
+
 TEST(QueuesPool, ManyThreadsLoseAndDoubleNothing) {
     constexpr std::size_t kThreads = 4;
     constexpr std::size_t kEvents = 200;
@@ -362,6 +389,8 @@ TEST(QueuesHandshake, TheFirstIdOfTheProcessIsEchoed) {
     for (int i = 0; i < 3; ++i)
         EXPECT_NE(uplink.createAndTestSocket("127.0.0.1", agent.port(), streams), nullptr);
     const auto all = agent.waitFor([](auto& a) { return a.size() == 3 && a[2].isOver; });
+    EXPECT_EQ(all[0].handshake, std::string("Quenvale-v2\0\0\11first id\0\0", 24))
+        << "hello, no credentials, the id as a block, the end";
     EXPECT_EQ(all[0].echo, "first id");
     EXPECT_EQ(all[1].echo, std::string("first id") + std::string(8, '\0'));
     EXPECT_EQ(all[2].echo, "fi");
@@ -387,6 +416,29 @@ TEST(QueuesHandshake, ARefusalLeavesNeitherSocketNorStreams) {
         EXPECT_EQ(uplink.createAndTestSocket(row.host, row.port, streams), nullptr) << row.why;
         EXPECT_EQ(streams, nullptr) << row.why;
     }
+}
+
+// An id that fills every buffer on its way back must not hold the thread.
+TEST(QueuesHandshake, AnAgentThatStopsReadingIsGivenUp) {
+    constexpr int kIdLength = 16 << 20;
+    const int listener = Loopback::listenOn(0);
+    TestUplink uplink;
+    auto socket = std::async(std::launch::async, [&] {
+        std::unique_ptr<AsyncBinaryUplink::SocketStreams> streams;
+        return uplink.createAndTestSocket("127.0.0.1", Loopback::portOf(listener), streams);
+    });
+    const int agent = accept(listener, nullptr, nullptr);
+    std::string id = "\x81\x80\x80\x08";  // kIdLength + 1
+    id += std::string(kIdLength + 1, '\0');
+    for (std::size_t sent = 0; sent < id.size();) {
+        const ssize_t count = send(agent, id.data() + sent, id.size() - sent, MSG_NOSIGNAL);
+        ASSERT_GT(count, 0);
+        sent += static_cast<std::size_t>(count);
+    }
+    EXPECT_EQ(socket.wait_for(kLimit), std::future_status::ready);
+    close(agent);
+    EXPECT_EQ(socket.get(), nullptr);
+    close(listener);
 }
 
 }  // namespace

@@ -56,6 +56,7 @@ std::string names(const Watcher& watcher) {
 TEST(Watcher, MessagesAreFollowedUntilOneIsNotKnown) {
     const std::string reset = std::string("\6\2") + text("a") + text("b");
     const std::string update = std::string("\7\1") + text("c") + "\1" + text("a");
+    const char* badCount = "IOException: Invalid number of stabilizers";
     const struct {
         const char* why;
         std::string bytes;
@@ -69,6 +70,12 @@ TEST(Watcher, MessagesAreFollowedUntilOneIsNotKnown) {
         {"a reset that is cut keeps the old set", reset + reset.substr(0, 4), "EOFException",
          "a=TRUE b=TRUE "},
         {"a second reset replaces", reset + std::string("\6\1") + text("z"), "nothing", "z=TRUE "},
+        {"a count above all bounds ends it, and keeps the old set",
+         reset + std::string("\6\x81\x80\x40") + text("z"), badCount, "a=TRUE b=TRUE "},
+        {"so does one that is negative", reset + "\6\xff\xff\xff\xff\x0f" + reset, badCount,
+         "a=TRUE b=TRUE "},
+        {"the same for the names to remove",
+         update + "\7" + std::string(1, '\0') + "\xff\xff\xff\xff\x0f", badCount, "c=TRUE "},
         {"nothing behind an unknown message", std::string("\5") + reset, "nothing", "none"},
     };
     for (const auto& row : rows) {
