@@ -1,0 +1,159 @@
+// Headers, splits, joins and sub-requests through the C interface.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <thread>
+
+#include "capi/QZInt-c.h"
+#include "capi/records.h"
+#include "harness/RecordingUplink.h"
+
+namespace {
+
+using namespace Quenvale::Interceptor::SDK;
+using harness::RecordingUplink;
+
+class Propagation : public testing::Test {
+protected:
+    Propagation() { kinds(); }
+    static std::string kinds() { return RecordingUplink::instance().kinds(); }
+    static ServerInteractionStruct* server() {
+        ServerInteractionStruct* record = qz_beginServer();
+        siSetUrl(record, "http://h/shop/cart");
+        return record;
+    }
+    static void end(ServerInteractionStruct* record) {
+        qz_endServer(record);
+        freeServerInteraction(record);
+    }
+    static FlowStubStruct* flow(ServerInteractionStruct* r) {
+        return r->interaction->stub->site->flow;
+    }
+};
+
+TEST_F(Propagation, AHeaderJoinsTwoHops) {
+    ServerInteractionStruct* front = server();
+    ClientInteractionStruct* client = qz_beginClient();
+    ciSetUrl(client, "http://back.example/db/rows");
+    qz_clientAnalyzed(client);
+    char* header = qz_writeHeader(client, 0);
+    ASSERT_NE(header, nullptr);
+    std::thread([&] {
+        ServerInteractionStruct* back = server();
+        EXPECT_EQ(qz_readHeader(header, back), 1);
+        EXPECT_STREQ(flow(back)->flowID, flow(front)->flowID);
+        EXPECT_TRUE(static_cast<ServerInteraction*>(objectOf(back))->getUpstreamInteractionID() ==
+                    objectOf(client)->getInteractionID());
+        EXPECT_STREQ(back->interaction->stub->calleeAddr, "back.example");
+        qz_serverAnalyzed(back);
+        EXPECT_EQ(qz_readHeader("Flow=other;", back), 0) << "too late";
+        EXPECT_STREQ(flow(back)->flowID, flow(front)->flowID);
+        end(back);
+    }).join();
+    qz_free(header);
+    qz_endClient(client);
+    EXPECT_EQ(qz_writeHeader(client, 0), nullptr);
+    freeClientInteraction(client);
+    end(front);
+    EXPECT_EQ(qz_readHeader("Flow=a;", nullptr), 0);
+    EXPECT_EQ(qz_writeHeader(nullptr, 1), nullptr);
+    kinds();
+}
+
+TEST_F(Propagation, ASplitGoesOnElsewhereAndReportsNothing) {
+    ServerInteractionStruct* record = server();
+    unsigned size = 0;
+    char* block = qz_splitServer(record, &size);
+    ASSERT_NE(block, nullptr);
+    EXPECT_EQ(objectOf(record)->itsState, 1);
+    EXPECT_EQ(record->interaction->stub->state, 0) << "the record is not refreshed";
+    EXPECT_EQ(kinds(), "request ");
+    const std::string id = objectOf(record)->getInteractionID().c_str();
+    std::thread([&] {
+        ServerInteractionStruct* other = qz_beginServerSplit2(block);
+        EXPECT_STREQ(flow(other)->flowID, flow(record)->flowID);
+        EXPECT_TRUE(objectOf(other)->getInteractionID() == id.c_str());
+        ClientInteractionStruct* client = qz_beginClient();
+        ciSetUrl(client, "http://h/a/b");
+        EXPECT_STREQ(client->interaction->stub->site->flow->parentID, id.c_str());
+        qz_endClient(client);
+        freeClientInteraction(client);
+        end(other);
+    }).join();
+    EXPECT_EQ(kinds(), "whole ") << "the client's event is the only one";
+    qz_free(block);
+    end(record);
+    EXPECT_EQ(kinds(), "reply ");
+    EXPECT_EQ(qz_split(nullptr, nullptr), nullptr);
+    EXPECT_EQ(qz_splitServer(nullptr, &size), nullptr);
+}
+
+TEST_F(Propagation, AJoinTakesFlowAndIdentity) {
+    ServerInteractionStruct* first = qz_createServer();
+    ServerInteractionStruct* second = qz_createServer();
+    siSetGroupName(first, "g");
+    siSetGroupName(second, "g");
+    qz_serverJoin(second, first->interaction);
+    EXPECT_STREQ(flow(second)->flowID, flow(first)->flowID);
+    EXPECT_TRUE(objectOf(second)->getInteractionID() == objectOf(first)->getInteractionID());
+    qz_serverJoin(nullptr, first->interaction);
+    qz_serverJoin(second, nullptr);
+    end(second);
+    end(first);
+    kinds();
+}
+
+TEST_F(Propagation, ASiteTravelsAsOneBlock) {
+    SiteStubStruct* site = newSiteStub();
+    unsigned size = 0;
+    char* block = serializeSiteStub(site, &size);
+    EXPECT_EQ(size, 27U);
+    EXPECT_EQ(std::string(block, size), std::string(27, '\0'));
+    qz_free(block);
+    site->opName = qz_strdup("op");
+    site->opID = qz_strdup("left behind");
+    site->svcType = -2;
+    site->continuation = 1;
+    site->flow->pPathID = qz_strdup("last");
+    block = serializeSiteStub(site, &size);
+    EXPECT_EQ(size, 27U + 6);
+    SiteStubStruct* back = deserializeSiteStub(block, nullptr);
+    EXPECT_STREQ(back->opName, "op");
+    EXPECT_EQ(back->opID, nullptr);
+    EXPECT_STREQ(back->url, "") << "null comes back empty";
+    EXPECT_EQ(back->svcType, -2);
+    EXPECT_EQ(back->continuation, 1);
+    EXPECT_STREQ(back->flow->pPathID, "last");
+    qz_free(block);
+    freeSiteStub(site);
+    freeSiteStub(back);
+    EXPECT_EQ(serializeSiteStub(nullptr, &size), nullptr);
+    EXPECT_EQ(strlencustom(nullptr), 0U);
+    char byte = 'x';
+    EXPECT_EQ(addstring("", &byte), &byte + 1);
+    EXPECT_EQ(byte, '\0');
+}
+
+TEST_F(Propagation, ASubRequestIsAPairInsideItsServer) {
+    void* client = &client;
+    void* inner = &inner;
+    qz_createSubRequest("op", &client, &inner);
+    EXPECT_TRUE(client == nullptr && inner == nullptr) << "no server on the thread";
+    ServerInteractionStruct* record = server();
+    siSetPeerAddr(record, "peer");
+    qz_createSubRequest("sub", &client, &inner);
+    auto* pair = static_cast<ServerInteraction*>(inner);
+    EXPECT_TRUE(pair->getUpstreamInteractionID() ==
+                static_cast<ClientInteraction*>(client)->getInteractionID());
+    EXPECT_TRUE(pair->getFlowID() == flow(record)->flowID);
+    EXPECT_TRUE(pair->getOpName() == "sub");
+    EXPECT_TRUE(pair->itsOpID == static_cast<ClientInteraction*>(client)->itsOpID)
+        << "both halves derive the id of the name they were given";
+    EXPECT_FALSE(pair->itsOpID == objectOf(record)->itsOpID);
+    qz_endSubRequest(client, inner);
+    end(record);
+    EXPECT_EQ(kinds(), "request request request reply reply reply ");
+    qz_endSubRequest(nullptr, nullptr);
+}
+
+}  // namespace

@@ -1,0 +1,141 @@
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <string>
+#include <thread>
+
+#include "config/InterceptorConfig.h"
+#include "harness/RecordingUplink.h"
+#include "helpers/Helpers.h"
+#include "interaction/ClientInteraction.h"
+#include "interaction/ServerInteraction.h"
+#include "io/ByteArrayInputStream.h"
+#include "util/ByteStreamReader.h"
+#include "util/Clock.h"
+#include "util/Socket.h"
+#include "util/uri.h"
+
+namespace Quenvale::Interceptor::SDK {
+namespace {
+
+using Util::String;
+
+class Trust : public testing::Test {
+protected:
+    ~Trust() override { configure(""); }
+
+    static void configure(const std::string& trust) {
+        std::string config = trust + "127.0.0.1\n1\n1\n0\n0\n0\n0\n0\n0\n";
+        IO::ByteArrayInputStream bytes(
+            Util::ByteArray(reinterpret_cast<unsigned char*>(config.data()),
+                            static_cast<int>(config.size()), false));
+        Util::ByteStreamReader reader(&bytes);
+        InterceptorConfig::itsCurrent.load(reader);
+        reader.closeReader();
+    }
+    static std::string block(const char* key, const char* asserts, const char* checksAddress,
+                             const char* interval) {
+        return std::string("trustKey=") + key + "\nassertsTrust=" + asserts +
+               "\nchecksCallerAddress=" + checksAddress + "\ntrustInterval=" + interval + "\n";
+    }
+    static long long now() { return Util::Clock::_currentTimeMillis(); }
+};
+
+TEST_F(Trust, AnAssertionAddsItsKeysWithoutTheTime) {
+    configure(block("key", "true", "no", "5"));
+    ClientInteraction client;
+    String header("Flow=f;");
+    EXPECT_FALSE(Helpers::assertTrust(header, &client)) << "no interaction id";
+    EXPECT_STREQ(header.c_str(), "Flow=f;");
+    client.itsInteractionID = "id";
+    client.setSecurityID("user");
+    EXPECT_TRUE(Helpers::assertTrust(header, &client));
+    const std::string text = header.c_str();
+    EXPECT_EQ(text.rfind("Flow=f;TrustSignature=", 0), 0U);
+    EXPECT_EQ(text.substr(text.size() - 19), "==;SecurityID=user;");
+    EXPECT_EQ(text.find("TrustTimestamp"), std::string::npos);
+
+    client.itsGroupName = "g";
+    client.itsLocalAddr = "me";
+    client.setPeerAddr("peer");
+    const std::string sent = Helpers::writeHeader(&client, true).c_str();
+    EXPECT_NE(sent.find("CallerAddress=me;CalleeAddress=peer;"), std::string::npos);
+    EXPECT_EQ(sent.find("Trust"), std::string::npos) << "the signature never leaves";
+    EXPECT_EQ(sent.find("SecurityID"), std::string::npos);
+    configure(block("", "true", "no", "5"));
+    EXPECT_FALSE(Helpers::assertTrust(header, &client)) << "no key";
+}
+
+TEST_F(Trust, TheSignatureIsTheHashOfTheTextsJoined) {
+    EXPECT_TRUE(Helpers::buildTrustSig("a", "b", 12LL, "i", "s", false) ==
+                Util::URI::md5hash("ab12is"));
+    EXPECT_TRUE(Helpers::buildTrustSig(String::NIL, "ab", 12LL, "i", "s", false) ==
+                Util::URI::md5hash("ab12is"));
+    EXPECT_TRUE(Helpers::buildTrustSig("a", "b", 12LL, "i", "s", true) == "");
+    const std::string longKey(5000, 'k');
+    EXPECT_TRUE(Helpers::buildTrustSig(longKey.c_str(), "", 1LL, "", "", false) ==
+                Util::URI::md5hash((longKey + "1").c_str()));
+}
+
+TEST_F(Trust, NoSignaturePassesAndNoBlockTrustsAll) {
+    ServerInteraction server;
+    server.itsUpstreamInteractionID = "never seen 1";
+    EXPECT_TRUE(Helpers::checkTrust(&server));
+    EXPECT_FALSE(Helpers::intIDCache.hasKey("never seen 1")) << "without a look at the cache";
+    configure(block("k", "no", "no", "0"));
+    EXPECT_FALSE(Helpers::checkTrust(&server)) << "an interval of 0";
+    configure(block("k", "no", "no", "9"));
+    server.itsCallerAddr = "c";
+    server.itsTrustTimestamp = now();
+    server.itsTrustSignature = Helpers::buildTrustSig("k", "c", server.itsTrustTimestamp,
+                                                      "never seen 1", String::NIL, false);
+    EXPECT_FALSE(Helpers::checkTrust(&server)) << "not even the right one";
+    EXPECT_TRUE(Helpers::intIDCache.hasKey("never seen 1")) << "but the id is recorded";
+    server.itsUpstreamInteractionID = "never seen 2";
+    server.itsCallerAddr = "";
+    EXPECT_FALSE(Helpers::checkTrust(&server));
+    EXPECT_FALSE(Helpers::intIDCache.hasKey("never seen 2")) << "a blank caller ends it earlier";
+}
+
+TEST_F(Trust, IdsAreBlockedForTheWindowAndForgottenBeyondAThousand) {
+    EXPECT_TRUE(Helpers::checkTrustID("once", 1000000));
+    EXPECT_FALSE(Helpers::checkTrustID("once", 1000000));
+    EXPECT_TRUE(Helpers::checkTrustID("once", -1)) << "strictly more than the window";
+    for (int i = 0; i < 1000; ++i)
+        Helpers::checkTrustID(("n" + std::to_string(i)).c_str(), 1000000);
+    EXPECT_TRUE(Helpers::checkTrustID("once", 1000000)) << "the thousand and first pushed it out";
+    EXPECT_TRUE(Helpers::checkTrustTS(now() + 5000, 0)) << "the future passes";
+    EXPECT_FALSE(Helpers::checkTrustTS(now() - 5000, 4000));
+    EXPECT_FALSE(Helpers::checkTrustTS(LLONG_MIN, LLONG_MAX - 1));
+}
+
+TEST_F(Trust, APeerIsLookedUpOnce) {
+    EXPECT_TRUE(Helpers::checkCallerAddr("localhost", "localhost"));
+    EXPECT_FALSE(Helpers::checkCallerAddr("elsewhere", "localhost"));
+    EXPECT_FALSE(Helpers::checkCallerAddr("x", "no such host \xff"));
+    EXPECT_TRUE(Util::Socket::ourHostAddrs.hasKey("no such host \xff")) << "a miss is kept too";
+    EXPECT_EQ(Util::Socket::ourHostAddrs.find("no such host \xff"), nullptr);
+}
+
+TEST_F(Trust, ConcurrentChecksDoNotMeet) {
+    configure(block("k", "true", "true", "9"));
+    const auto check = [] {
+        for (int i = 0; i < 300; ++i) {
+            ServerInteraction server;
+            server.itsUpstreamInteractionID = ("t" + std::to_string(i)).c_str();
+            server.itsTrustTimestamp = now();
+            EXPECT_FALSE(Helpers::checkTrust(&server));
+            Helpers::checkCallerAddr("a", ("127.0.0." + std::to_string(i % 5)).c_str());
+            ClientInteraction client;
+            client.itsInteractionID = "id";
+            String header;
+            EXPECT_TRUE(Helpers::assertTrust(header, &client));
+        }
+    };
+    std::thread other(check);
+    check();
+    other.join();
+}
+
+}  // namespace
+}  // namespace Quenvale::Interceptor::SDK
