@@ -4,6 +4,7 @@
 #include <climits>
 #include <future>
 #include <memory>
+#include <new>
 
 #include "harness/RawAgent.h"
 #include "harness/loopback.h"
@@ -332,30 +333,39 @@ TEST(QueuesPool, EveryWaiterGoesOnWhenSlotsComeFree) {
     }
 }
 
-// The host may cancel the thread that a signal woke, in the connect that it woke for.
-TEST(QueuesPool, ACancelledWaiterHandsItsSlotOn) {
+// The thread that a signal woke may end by an exception, or by its cancellation.
+TEST(QueuesPool, AWaiterThatIsThrownOutHandsItsSlotOn) {
+    struct Throwing : TestUplink {
+        using TestUplink::TestUplink;
+        bool getAlive() override {
+            if (!isThrowing) return TestUplink::getAlive();
+            if (!hasThrown.exchange(true)) throw std::bad_alloc();
+            return false;
+        }
+        std::atomic<bool> isThrowing{false};
+        std::atomic<bool> hasThrown{false};
+    };
     RawAgent agent;
     TestUplink::use(agent.port());
     const UplinkParameters::Values params = TestUplink::with(1024, 1, 1);
-    TestUplink uplink(params);
+    Throwing uplink(params);
     const int held = uplink.acquire();
-    std::promise<int> outcomes[2];
-    std::thread waiters[2];
-    for (int i = 0; i < 2; ++i) {
-        waiters[i] = std::thread([&, i] { outcomes[i].set_value(uplink.acquire()); });
-        while (uplink.slotWaiters() <= i) std::this_thread::yield();
-    }
-    const int silent = Loopback::listenOn(0);
-    TestUplink::use(Loopback::portOf(silent));
+    std::future<int> waiters[2];
+    for (std::future<int>& waiter : waiters)
+        waiter = std::async(std::launch::async, [&] { return uplink.acquire(); });
+    while (uplink.slotWaiters() < 2) std::this_thread::yield();
+    uplink.isThrowing = true;
     uplink.release(held, true);
-    const int handshake = accept(silent, nullptr, nullptr);
-    pthread_cancel(waiters[0].native_handle());
-    waiters[0].join();
-    // Whichever of the two was woken, the other finds out that nobody is there.
-    close(silent);
-    close(handshake);
-    EXPECT_LT(outcomes[1].get_future().get(), 0);
-    waiters[1].join();
+    int thrown = 0;
+    for (std::future<int>& waiter : waiters) {
+        ASSERT_EQ(waiter.wait_for(kLimit), std::future_status::ready);
+        try {
+            EXPECT_LT(waiter.get(), 0);
+        } catch (const std::bad_alloc&) {
+            ++thrown;
+        }
+    }
+    EXPECT_EQ(thrown, 1);
 }
 
 TEST(QueuesPool, ManyThreadsLoseAndDoubleNothing) {
