@@ -348,7 +348,8 @@ QZ_C_API char* ciGetFlowFieldToPropagate(ClientInteractionStruct* record, const 
 
 /* Reads the header that came with a request. It counts in the request stage only: call it before
  * the analysed call. 1 if the header was accepted, 0 if it is blank or late. The whole record is
- * refreshed, so what was written into it and not yet pushed is lost. */
+ * refreshed, by a blank header too, so what was written into it and not yet pushed is lost; a late
+ * header leaves everything alone. */
 QZ_C_API int qz_readHeader(const char* text, ServerInteractionStruct* server);
 
 /* The header to send with a request, or NULL when there is nothing to send: a call with neither a
@@ -368,8 +369,8 @@ QZ_C_API char* qz_writeHeader(ClientInteractionStruct* client, int trust);
  * the analysed calls. */
 QZ_C_API SiteStubStruct* qz_split(InteractionStruct* interaction, void* unused);
 
-/* The same as one block of bytes, for carriers that take no records; `size` gets its length.
- * Release it with qz_free(). THROWS like the analysed calls. */
+/* The same as one block of bytes, for carriers that take no records; `size` gets its length,
+ * or is NULL. Release it with qz_free(). THROWS like the analysed calls. */
 QZ_C_API char* qz_splitServer(ServerInteractionStruct* server, unsigned* size);
 
 /* The server on this thread that goes on with a split. It reports nothing of its own: the split
@@ -394,7 +395,9 @@ QZ_C_API char* addstring(const char* text, char* position);
  * never leave the process. Both out values are objects and not records; they stay the innermost
  * ones of the thread until qz_endSubRequest(), which takes NULL for either. Both are NULL when the
  * thread has no server. With neither callee nor flow field the pair has no header between it, and
- * its server is not tied to its client. THROWS like the analysed calls. */
+ * its server is not tied to its client. THROWS like the analysed calls, and like siSetGroupID()
+ * where the thread's server has a group id that is none; what was made until then stands in the out
+ * values and has to be ended all the same. */
 QZ_C_API void qz_createSubRequest(const char* opName, void** client, void** server);
 QZ_C_API void qz_endSubRequest(void* client, void* server);
 

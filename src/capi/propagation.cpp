@@ -55,10 +55,9 @@ ServerInteractionStruct* qz_beginServerSplit(SiteStubStruct* site) {
 
 ServerInteractionStruct* qz_beginServerSplit2(char* text) {
     if (text == nullptr) return nullptr;
-    SiteStubStruct* site = deserializeSiteStub(text, nullptr);
-    ServerInteractionStruct* record = qz_beginServerSplit(site);
-    freeSiteStub(site);
-    return record;
+    const std::unique_ptr<SiteStubStruct, void (*)(SiteStubStruct*)> site(
+        deserializeSiteStub(text, nullptr), freeSiteStub);
+    return qz_beginServerSplit(site.get());
 }
 
 int qz_readHeader(const char* text, ServerInteractionStruct* server) {

@@ -55,7 +55,7 @@ char* serializeSiteStub(SiteStubStruct* record, unsigned* size) {
     std::memcpy(position, numbersOf(record), kNumbers);
     position += kNumbers;
     for (const FlowText text : kFlowTexts) position = addstring(record->flow->*text, position);
-    *size = bytes;
+    if (size != nullptr) *size = bytes;
     return block;
 }
 

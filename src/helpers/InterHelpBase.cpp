@@ -47,6 +47,7 @@ public:
         const auto length = static_cast<std::size_t>(end - begin);
         if (length >= kRoom) {
             itsBlock = Util::String(begin, static_cast<unsigned int>(length));
+            itsText[0] = '\0';  // What is read where there was no memory for the block.
             return;
         }
         std::memcpy(itsText, begin, length);

@@ -35,7 +35,7 @@ class DataOutputStream;
 /// Errors:    a caller never hears of a failure to deliver; events are dropped. An exception from
 ///            the accessors of the interaction passes through notifyAgent().
 /// Locks:     a queue's itsDataLock, its itsSendLock, itsPoolLock, then itsAgentIDLock or
-///            itsBootstrapLock. itsPickLock and itsWaiterLock are held alone.
+///            itsBootstrapLock. itsWaiterLock is held alone.
 class QZ_API AsyncBinaryUplink : public Uplink, public Runnable {
 public:
     class AgentAliveWatcher;
@@ -111,12 +111,16 @@ protected:
     // Sends, on any thread. Each message gets a second socket when the first fails it, once.
 
     class Delivery;
+    class MessageRun;
     void sendEvents(const Util::ByteArray& records, int length);
     void sendEvent(const Util::ByteArray& event, const Util::ByteArray& payload,
                    const Util::String& contentType);
     static bool writeEventUsingStreams(SocketStreams& streams, const Util::ByteArray& event,
                                        const Util::ByteArray& payload,
                                        const unsigned char& contentTypeCode);
+    /// The message itself; what the stream throws passes through.
+    static void writeMessage(IO::DataOutputStream& out, const Util::ByteArray& event,
+                             const Util::ByteArray& payload, unsigned char contentTypeCode);
 
     // The pool. A slot in use belongs to one thread, which uses its socket without a lock.
 
@@ -150,7 +154,6 @@ protected:
     std::atomic<int> itsOpenSockets{0};  // Changed under itsPoolLock.
     qzthread itsThread;
     Util::qzevent itsSocketFreed{false, false};  // A slot may have come free.
-    Util::qzmutex itsPickLock;                   // Picking a queue, and giving it up.
     Util::qzmutex itsBootstrapLock;
     std::atomic<bool> itsRunning{true};
     // What the first handshake of the process brought; it never changes again.

@@ -6,6 +6,7 @@
 
 #include "uplink/AgentEvent.h"
 #include "util/diagnostics.h"
+#include "util/sockutil.h"
 #include "util/trap.h"
 
 namespace Quenvale::Interceptor::SDK {
@@ -14,6 +15,8 @@ namespace {
 
 // A payload stands behind two numbers, its content type and two texts that are not used.
 constexpr int kPayloadLead[] = {1, 0};
+
+constexpr const char* kFailed = "Failed to send agent event using wrapped streams\n";
 
 int readLength(const unsigned char* from) {
     int length = 0;
@@ -46,14 +49,57 @@ bool AsyncBinaryUplink::Delivery::open() {
 bool AsyncBinaryUplink::Delivery::send(const Util::ByteArray& event, const Util::ByteArray& payload,
                                        unsigned char contentTypeCode) {
     if (write(event, payload, contentTypeCode)) return true;
+    if (!tryAnother()) return false;
+    if (write(event, payload, contentTypeCode)) return true;
+    giveUp();
+    return false;
+}
+
+bool AsyncBinaryUplink::Delivery::send(const MessageRun& run) {
+    int next = 0;
+    int retried = -1;  // The message that has failed once.
+    while (next < run.count()) {
+        const int begin = run.beginOf(next);
+        const int end = run.endOf(run.count() - 1);
+        const int sent = begin + SendBytesCounted(itsUplink.socketOf(itsSlot)->itsDescriptor,
+                                                  run.bytes() + begin, end - begin);
+        for (; next < run.count() && run.endOf(next) <= sent; ++next) noteSuccess();
+        if (next == run.count()) break;
+        errorMsg("%s", kFailed);
+        if (next == retried) {
+            giveUp();
+            return false;
+        }
+        retried = next;
+        if (!tryAnother()) return false;
+    }
+    return true;
+}
+
+bool AsyncBinaryUplink::Delivery::write(const Util::ByteArray& event,
+                                        const Util::ByteArray& payload, unsigned char code) {
+    if (!writeEventUsingStreams(*itsStreams, event, payload, code)) return false;
+    noteSuccess();
+    return true;
+}
+
+void AsyncBinaryUplink::Delivery::noteSuccess() const {
+    if (debugOn())
+        forcedMsg(4, "AsyncBinaryUplink::%s succeeded with socket %d.\n", itsWords.operation,
+                  itsSlot);
+}
+
+bool AsyncBinaryUplink::Delivery::tryAnother() {
     if (debugOn())
         forcedMsg(1,
                   "AsyncBinaryUplink::%s failed with socket %d. Releasing socket to try with "
                   "another.\n",
                   itsWords.operation, itsSlot);
     giveBack(true);
-    if (!open()) return false;
-    if (write(event, payload, contentTypeCode)) return true;
+    return open();
+}
+
+void AsyncBinaryUplink::Delivery::giveUp() {
     const int slot = itsSlot;
     giveBack(true);
     if (debugOn())
@@ -61,16 +107,6 @@ bool AsyncBinaryUplink::Delivery::send(const Util::ByteArray& event, const Util:
                   "AsyncBinaryUplink::%s failed with socket %d. Socket discarded. Aborting send of "
                   "%s.\n",
                   itsWords.operation, slot, itsWords.lost);
-    return false;
-}
-
-bool AsyncBinaryUplink::Delivery::write(const Util::ByteArray& event,
-                                        const Util::ByteArray& payload, unsigned char code) {
-    if (!writeEventUsingStreams(*itsStreams, event, payload, code)) return false;
-    if (debugOn())
-        forcedMsg(4, "AsyncBinaryUplink::%s succeeded with socket %d.\n", itsWords.operation,
-                  itsSlot);
-    return true;
 }
 
 void AsyncBinaryUplink::Delivery::finish() {
@@ -91,6 +127,10 @@ void AsyncBinaryUplink::sendEvents(const Util::ByteArray& records, int length) {
     static constexpr Delivery::Wording kWords = {"send", "buffer", "agent event buffer"};
     Delivery delivery(*this, kWords);
     if (!delivery.open()) return;
+    // The first message goes by itself: it shows whether an idle socket is still good, and if it
+    // is not, no more than this one can be lost with it.
+    bool isFirst = true;
+    auto run = std::make_unique<MessageRun>();
     for (int position = 0; position < length;) {
         unsigned char* record = records.data + position;
         const int eventLength = readLength(record);
@@ -100,10 +140,18 @@ void AsyncBinaryUplink::sendEvents(const Util::ByteArray& records, int length) {
         rest += sizeof payloadLength;
         const unsigned char code = payloadLength > 0 ? *rest++ : 0;
         const Util::ByteArray payload(payloadLength > 0 ? rest : nullptr, payloadLength, false);
-        if (!delivery.send(event, payload, code)) return;
         position = static_cast<int>(rest + payloadLength - records.data);
+        if (isFirst) {
+            if (!delivery.send(event, payload, code)) return;
+            isFirst = false;
+            continue;
+        }
+        run->add(event, payload, code);
+        if (!run->isLong()) continue;
+        if (!delivery.send(*run)) return;
+        run = std::make_unique<MessageRun>();
     }
-    delivery.finish();
+    if (delivery.send(*run)) delivery.finish();
 }
 
 void AsyncBinaryUplink::sendEvent(const Util::ByteArray& event, const Util::ByteArray& payload,
@@ -120,27 +168,39 @@ void AsyncBinaryUplink::sendEvent(const Util::ByteArray& event, const Util::Byte
 bool AsyncBinaryUplink::writeEventUsingStreams(SocketStreams& streams, const Util::ByteArray& event,
                                                const Util::ByteArray& payload,
                                                const unsigned char& contentTypeCode) {
-    if (contentTypeCode != 0 && debugOn()) Util::trap();
     try {
-        IO::DataOutputStream& out = *streams.itsDataOut;
-        out.writeByte(1);
-        out.writeBytes(event.data, event.length);
-        if (payload.data != nullptr && payload.length > 0) {
-            for (const int number : kPayloadLead) out.writeUnsignedInt(number);
-            out.writeUTF(AgentEvent::DEFAULT_PAYLOAD_CONTENT_TYPE);
-            out.writeUTF(Util::String::NIL);
-            out.writeUTF(Util::String::NIL);
-            out.writeBytes(payload.data, payload.length);
-        }
-        out.writeByte(0);
-        out.flush();
+        writeMessage(*streams.itsDataOut, event, payload, contentTypeCode);
+        streams.itsDataOut->flush();
         return true;
     } catch (abi::__forced_unwind&) {
         throw;
     } catch (...) {
-        errorMsg("Failed to send agent event using wrapped streams\n");
+        errorMsg("%s", kFailed);
         return false;
     }
+}
+
+void AsyncBinaryUplink::writeMessage(IO::DataOutputStream& out, const Util::ByteArray& event,
+                                     const Util::ByteArray& payload,
+                                     unsigned char contentTypeCode) {
+    if (contentTypeCode != 0 && debugOn()) Util::trap();
+    out.writeByte(1);
+    out.writeBytes(event.data, event.length);
+    if (payload.data != nullptr && payload.length > 0) {
+        for (const int number : kPayloadLead) out.writeUnsignedInt(number);
+        out.writeUTF(AgentEvent::DEFAULT_PAYLOAD_CONTENT_TYPE);
+        out.writeUTF(Util::String::NIL);
+        out.writeUTF(Util::String::NIL);
+        out.writeBytes(payload.data, payload.length);
+    }
+    out.writeByte(0);
+}
+
+void AsyncBinaryUplink::MessageRun::add(const Util::ByteArray& event,
+                                        const Util::ByteArray& payload,
+                                        unsigned char contentTypeCode) {
+    writeMessage(itsOut, event, payload, contentTypeCode);
+    itsEnds.push_back(itsBytes.getCount());
 }
 
 }  // namespace Quenvale::Interceptor::SDK

@@ -1,11 +1,37 @@
 #pragma once
 
 #include <memory>
+#include <vector>
+
+#include "io/ByteOutputStream.h"
+#include "io/DataOutputStream.h"
 
 #include "uplink/AsyncBinaryUplink.h"
 #include "uplink/SocketStreams.h"
 
 namespace Quenvale::Interceptor::SDK {
+
+/// Messages as they go on the wire, and where each ends. One send for many of them: a full queue
+/// holds some hundred.
+class AsyncBinaryUplink::MessageRun {
+public:
+    void add(const Util::ByteArray& event, const Util::ByteArray& payload,
+             unsigned char contentTypeCode);
+    bool isLong() const { return itsBytes.getCount() >= kLong; }
+
+    const unsigned char* bytes() const { return itsBytes.getBuffer(); }
+    int count() const { return static_cast<int>(itsEnds.size()); }
+    int beginOf(int message) const { return message == 0 ? 0 : itsEnds[index(message - 1)]; }
+    int endOf(int message) const { return itsEnds[index(message)]; }
+
+private:
+    static constexpr int kLong = 64 * 1024;  // bytes
+    static std::size_t index(int message) { return static_cast<std::size_t>(message); }
+
+    IO::ByteOutputStream itsBytes{2 * kLong};
+    IO::DataOutputStream itsOut{&itsBytes};
+    std::vector<int> itsEnds;
+};
 
 /// One use of a pool socket for one message or several, with the retry rule: a message that fails
 /// is written again, from its start, on one other socket. The agent may so see a part of it on the
@@ -32,11 +58,17 @@ public:
     /// False when two sockets failed, or a second one was not to be had; then all is over.
     bool send(const Util::ByteArray& event, const Util::ByteArray& payload,
               unsigned char contentTypeCode);
+    /// The same for several messages that stand one behind the other, each by itself: what the
+    /// system took of the run counts as sent.
+    bool send(const MessageRun& run);
     /// Gives the socket back for the next use.
     void finish();
 
 private:
     bool write(const Util::ByteArray& event, const Util::ByteArray& payload, unsigned char code);
+    void noteSuccess() const;
+    bool tryAnother();
+    void giveUp();
     void giveBack(bool discard);
 
     AsyncBinaryUplink& itsUplink;

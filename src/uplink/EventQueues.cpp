@@ -82,12 +82,13 @@ void AsyncBinaryUplink::notifyAgent(Interaction* interaction) {
     delete ref;
 }
 
+// Without a lock: two threads that choose at once may choose the same queue, which costs nothing
+// but a little evenness.
 UplinkData* AsyncBinaryUplink::pick() {
-    Util::MutexGuard guard(itsPickLock);
     SocketQueue* chosen = &itsQueues[0];
     int best = kNoBestYet;
     for (int i = 0; i < itsQueueCount; ++i) {
-        const int count = itsQueues[i].itsRefCount;
+        const int count = itsQueues[i].itsRefCount.load(std::memory_order_relaxed);
         if (count >= best) continue;
         best = count;
         chosen = &itsQueues[i];

@@ -23,7 +23,7 @@ public:
     std::unique_ptr<unsigned char[]> itsSpareBuffer QZ_GUARDED_BY(itsSendLock);
     int itsUsed QZ_GUARDED_BY(itsDataLock) = 0;                  // bytes of itsBuffer
     long long itsFirstEventTime QZ_GUARDED_BY(itsDataLock) = 0;  // given with the oldest event
-    // Attachments. Read and given back under itsPickLock; a copy of an attachment only adds.
+    // Attachments: a measure of load, so that a count that has just changed does no harm.
     std::atomic<int> itsRefCount{0};
 };
 

@@ -5,7 +5,7 @@
 namespace Quenvale::Interceptor::SDK {
 
 AsyncBinaryUplink::SocketQueueRef::SocketQueueRef(SocketQueue* queue, AsyncBinaryUplink* uplink)
-    : itsQueue(queue), itsUplink(uplink), itsPickLock(&uplink->itsPickLock) {}
+    : itsQueue(queue), itsUplink(uplink) {}
 
 UplinkData* AsyncBinaryUplink::SocketQueueRef::copy() {
     auto* result = new SocketQueueRef(itsQueue, itsUplink);
@@ -15,7 +15,6 @@ UplinkData* AsyncBinaryUplink::SocketQueueRef::copy() {
 
 void AsyncBinaryUplink::SocketQueueRef::clear() {
     if (itsQueue == nullptr) return;
-    Util::MutexGuard guard(*itsPickLock);
     --itsQueue->itsRefCount;
     itsQueue = nullptr;
 }

@@ -16,14 +16,13 @@ public:
     /// Does not count; whoever makes it does.
     SocketQueueRef(SocketQueue* queue, AsyncBinaryUplink* uplink);
 
-    /// A further attachment to the same queue, counted without a lock.
+    /// A further attachment to the same queue.
     UplinkData* copy() override;
     /// Gives the queue up.
     void clear() override;
 
     SocketQueue* itsQueue;  // Null after clear().
     AsyncBinaryUplink* itsUplink;
-    Util::qzmutex* itsPickLock;  // The uplink's.
 };
 
 }  // namespace Quenvale::Interceptor::SDK

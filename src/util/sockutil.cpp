@@ -280,18 +280,21 @@ int ReceiveAvail(int descriptor, void* buffer, int maximum) {
 }
 
 int SendBytes(int descriptor, const void* buffer, int length) {
-    if (length == 0) return 1;
-    if (length < 0) return 0;
-    const auto* next = static_cast<const char*>(buffer);
-    for (auto rest = static_cast<std::size_t>(length);;) {
+    return length >= 0 && SendBytesCounted(descriptor, buffer, length) == length ? 1 : 0;
+}
+
+int SendBytesCounted(int descriptor, const void* buffer, int length) {
+    const auto* bytes = static_cast<const char*>(buffer);
+    int sent = 0;
+    while (sent < length) {
         // A dead peer is a result here and never a signal, whatever the host did to SIGPIPE since.
-        const ssize_t count = send(descriptor, next, rest, MSG_NOSIGNAL);
+        const ssize_t count =
+            send(descriptor, bytes + sent, static_cast<std::size_t>(length - sent), MSG_NOSIGNAL);
         if (count < 0 && canRepeat()) continue;
-        if (count < 1) return 0;
-        rest -= static_cast<std::size_t>(count);
-        if (rest == 0) return 1;
-        next += count;
+        if (count < 1) break;
+        sent += static_cast<int>(count);
     }
+    return sent;
 }
 
 int StartServer(int port, int daemonise) {

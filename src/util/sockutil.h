@@ -68,6 +68,9 @@ int ReceiveAvail(int descriptor, void* buffer, int maximum);
 /// 1 when all bytes were handed to the system; a length of 0 always is.
 int SendBytes(int descriptor, const void* buffer, int length);
 
+/// The same, with the number of bytes that the system took before it failed, or all.
+int SendBytesCounted(int descriptor, const void* buffer, int length);
+
 /// Listens on all interfaces. With `daemonise` the process forks and the parent exits; the call
 /// returns in the child.
 int StartServer(int port, int daemonise);

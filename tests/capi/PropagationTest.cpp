@@ -86,6 +86,12 @@ TEST_F(Propagation, ASplitGoesOnElsewhereAndReportsNothing) {
     EXPECT_EQ(kinds(), "reply ");
     EXPECT_EQ(qz_split(nullptr, nullptr), nullptr);
     EXPECT_EQ(qz_splitServer(nullptr, &size), nullptr);
+    record = server();
+    block = qz_splitServer(record, nullptr);
+    EXPECT_NE(block, nullptr) << "who needs no size gets the block all the same";
+    qz_free(block);
+    end(record);
+    kinds();
 }
 
 TEST_F(Propagation, AJoinTakesFlowAndIdentity) {
@@ -154,6 +160,23 @@ TEST_F(Propagation, ASubRequestIsAPairInsideItsServer) {
     end(record);
     EXPECT_EQ(kinds(), "request request request reply reply reply ");
     qz_endSubRequest(nullptr, nullptr);
+}
+
+TEST_F(Propagation, ASubRequestThatThrowsLeavesWhatCanBeEnded) {
+    ServerInteractionStruct* record = server();
+    siSetGroupName(record, "g");
+    record->interaction->stub->site->groupID = qz_strdup(std::string(40, 'x').c_str());
+    qz_serverAnalyzed(record);
+    void* client = nullptr;
+    void* inner = &inner;
+    EXPECT_THROW(qz_createSubRequest("sub", &client, &inner), Util::APIException*);
+    ASSERT_NE(client, nullptr);
+    EXPECT_EQ(inner, nullptr);
+    EXPECT_NE(qz_getClient(), nullptr);
+    qz_endSubRequest(client, inner);
+    EXPECT_EQ(qz_getClient(), nullptr);
+    end(record);
+    EXPECT_EQ(kinds(), "request whole reply ");
 }
 
 }  // namespace

@@ -95,6 +95,10 @@ TEST_F(Trust, NoSignaturePassesAndNoBlockTrustsAll) {
     server.itsCallerAddr = "";
     EXPECT_FALSE(Helpers::checkTrust(&server));
     EXPECT_FALSE(Helpers::intIDCache.hasKey("never seen 2")) << "a blank caller ends it earlier";
+    ServerInteraction bare;
+    bare.itsUpstreamInteractionID = "never seen 3";
+    EXPECT_FALSE(Helpers::checkTrust(&bare));
+    EXPECT_TRUE(Helpers::intIDCache.hasKey("never seen 3")) << "what never came is not blank";
 }
 
 TEST_F(Trust, IdsAreBlockedForTheWindowAndForgottenBeyondAThousand) {
