@@ -4,13 +4,15 @@
 #include <microhttpd.h>
 #include <stddef.h>
 
-/* The server's side of the instrumentation: one Call for one request, from the first sight of its
- * headers to the end of its reply. A request stays on one thread, since the server runs a thread
- * for each connection. */
+/* The whole of the instrumentation. A null Call, Outgoing or Share does nothing. */
+
+/* A request that comes in, from the first sight of its headers to the end of its reply. It stays on
+ * one thread, since the server runs a thread for each connection. */
 typedef struct Call Call;
 
-/* The request's headers are known. */
-Call* callBegin(struct MHD_Connection* connection, const char* method, const char* path);
+/* The request's headers are known. One of them may be the context header of a caller. */
+Call* callBegin(struct MHD_Connection* connection, const char* group, const char* method,
+                const char* path);
 
 /* The request is known in full. */
 void callRequest(Call* call, const char* body, size_t size);
@@ -20,5 +22,31 @@ void callReply(Call* call, unsigned int status, const char* body, size_t size);
 
 /* The reply is out, or the connection is gone. */
 void callEnd(Call* call);
+
+/* Does a part of the thread's innermost call that shows as a request of its own. */
+void callPart(const char* name, void (*work)(void*), void* argument);
+
+/* A request that goes out on this thread. It belongs to the call that is open here. */
+typedef struct Outgoing Outgoing;
+
+Outgoing* outgoingBegin(const char* method, const char* url, const char* body, size_t size);
+
+/* The line of the HTTP header that takes the context along; NULL if there is nothing to send. */
+const char* outgoingHeader(const Outgoing* outgoing);
+
+/* The reply is known, or `failure` tells why there is none. */
+void outgoingEnd(Outgoing* outgoing, long status, const char* body, size_t size,
+                 const char* failure);
+
+/* A call that another thread goes on with. The thread that has the call opens the share and takes
+ * it back; in between, the other thread enters it and, once it was taken back, leaves it. */
+typedef struct Share Share;
+
+Share* shareOpen(Call* call);
+void shareEnter(Share* share);
+/* What the other thread added to the flow becomes part of the call. */
+void shareTakeBack(Share* share);
+/* The share is gone behind this. */
+void shareLeave(Share* share);
 
 #endif

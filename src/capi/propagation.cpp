@@ -109,6 +109,7 @@ char* qz_splitServer(ServerInteractionStruct* server, unsigned* size) {
 }
 
 void qz_createSubRequest(const char* opName, void** clientOut, void** serverOut) {
+    if (clientOut == nullptr || serverOut == nullptr) return;
     *clientOut = nullptr;
     *serverOut = nullptr;
     Interaction* parent = Interaction::get(Util::String::NIL, false);

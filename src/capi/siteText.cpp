@@ -1,6 +1,7 @@
 // The block of bytes in which a split travels to a carrier that takes no records: texts with their
 // terminators and one fixed run of numbers in the middle, in the host's byte order, without head,
 // version or length. One table of texts drives size, writing and reading.
+#include <climits>
 #include <cstdlib>
 
 #include "capi/records.h"
@@ -31,10 +32,14 @@ unsigned char* numbersOf(SiteStubStruct* record) {
     return reinterpret_cast<unsigned char*>(record) + offsetof(SiteStubStruct, peerType);
 }
 
-unsigned sizeOf(const SiteStubStruct* record) {
-    unsigned size = kNumbers;
-    for (const SiteText text : kSiteTexts) size += strlencustom(record->*text) + 1;
-    for (const FlowText text : kFlowTexts) size += strlencustom(record->flow->*text) + 1;
+std::size_t lengthOf(const char* text) {
+    return text == nullptr ? 0 : std::strlen(text);
+}
+
+std::size_t sizeOf(const SiteStubStruct* record) {
+    std::size_t size = kNumbers;
+    for (const SiteText text : kSiteTexts) size += lengthOf(record->*text) + 1;
+    for (const FlowText text : kFlowTexts) size += lengthOf(record->flow->*text) + 1;
     return size;
 }
 
@@ -47,7 +52,8 @@ char* readText(char** field, char* position) {
 
 char* serializeSiteStub(SiteStubStruct* record, unsigned* size) {
     if (record == nullptr) return nullptr;
-    const unsigned bytes = sizeOf(record);
+    const std::size_t bytes = sizeOf(record);
+    if (bytes > UINT_MAX) return nullptr;
     auto* block = static_cast<char*>(std::malloc(bytes));
     if (block == nullptr) return nullptr;
     char* position = block;
@@ -55,12 +61,12 @@ char* serializeSiteStub(SiteStubStruct* record, unsigned* size) {
     std::memcpy(position, numbersOf(record), kNumbers);
     position += kNumbers;
     for (const FlowText text : kFlowTexts) position = addstring(record->flow->*text, position);
-    if (size != nullptr) *size = bytes;
+    if (size != nullptr) *size = static_cast<unsigned>(bytes);
     return block;
 }
 
 char* addstring(const char* text, char* position) {
-    const std::size_t length = text == nullptr ? 0 : std::strlen(text);
+    const std::size_t length = lengthOf(text);
     if (length > 0) std::memcpy(position, text, length);
     position[length] = '\0';
     return position + length + 1;
@@ -78,5 +84,5 @@ SiteStubStruct* deserializeSiteStub(char* block, SiteStubStruct* record) {
 }
 
 unsigned strlencustom(char* text) {
-    return text == nullptr ? 0 : static_cast<unsigned>(std::strlen(text));
+    return static_cast<unsigned>(lengthOf(text));
 }

@@ -3,12 +3,13 @@
 #include <cstddef>
 
 #include "util/String.h"
+#include "util/export.h"
 
 namespace Quenvale::Interceptor::SDK {
 
 /// A text under construction, in one block that is sized beforehand and grows if that was not
 /// enough.
-class HeaderText {
+class QZ_API HeaderText {
 public:
     explicit HeaderText(std::size_t room);
     ~HeaderText() { Util::release(itsText); }

@@ -111,7 +111,7 @@ bool Helpers::checkTrustImp(ServerInteraction* interaction) {
     const Util::String expected = buildTrustSig(key, caller, interaction->itsTrustTimestamp,
                                                 upstream, interaction->itsSecurityID, false);
     // The identity of the storage and not the text: no signature passes, and what this version
-    // trusts rests on that. Without storage, which a lack of memory gives too, there is no identity.
+    // trusts rests on that. Without memory there is no storage, and nothing passes either.
     if (expected.c_str() == nullptr || expected.c_str() != signature.c_str()) return false;
     return !config.itChecksCallerAddress || checkCallerAddr(caller, interaction->getPeerAddr());
 }

@@ -17,6 +17,8 @@ namespace Quenvale::Interceptor::SDK {
 
 namespace {
 
+constexpr unsigned int kLongestDebugInfo = 64 * 1024;  // bytes
+
 constexpr unsigned int kLongestGroupID = 32;
 
 bool isValidGroupID(const Util::String& id) {
@@ -216,7 +218,8 @@ bool InteractionStub::readDebugInfo() {
 
 void InteractionStub::appendDebugInfo(const char* file, int line, int maxLength, const char* format,
                                       ...) {
-    if (maxLength < 1) return;
+    // Notes come from what peers send as well, and each is appended to all that went before.
+    if (maxLength < 1 || itsDebugInfo.length() > kLongestDebugInfo) return;
     const std::size_t room = static_cast<std::size_t>(maxLength) + 1;
     auto* text = static_cast<char*>(Util::allocateZeroed(room));
     if (text == nullptr) return;

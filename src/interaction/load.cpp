@@ -2,6 +2,10 @@
 // is built when the library loads, may use what stands above it, and is never destroyed: a thread
 // of ours, or another module's destructor, can still touch it while the process exits. So all
 // objects live on the heap behind a reference, and no function of ours runs at exit.
+#include <sys/auxv.h>
+
+#include <cstring>
+
 #include "capi/records.h"
 #include "config/InterceptorConfig.h"
 #include "helpers/Helpers.h"
@@ -23,9 +27,19 @@ namespace {
 
 unsigned char ourHello[] = "Quenvale-v2";
 
+// The kernel gives each process random bytes at its start.
+unsigned long drawSeed() {
+    unsigned long seed = 0x9e3779b97f4a7c15UL;
+    if (const auto* random = reinterpret_cast<const void*>(getauxval(AT_RANDOM)))
+        std::memcpy(&seed, random, sizeof seed);
+    return seed | 1;
+}
+
 }  // namespace
 
-// The two shared texts come first: every container asks for BLANK.
+const unsigned long Util::ourBucketSeed = drawSeed();
+
+// Every map asks for the seed above, and every container for BLANK.
 const Util::String& Util::String::NIL = *new String();
 const Util::String& Util::String::BLANK = *new String("");
 

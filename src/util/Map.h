@@ -10,6 +10,9 @@
 
 namespace Quenvale::Interceptor::SDK::Util {
 
+/// An odd number of the process's own, drawn at load.
+QZ_API extern const unsigned long ourBucketSeed;
+
 /// A hash table keyed by text, and at once a list of its entries: iteration follows the list, which
 /// is insertion order but for the moves of the LRU mode. A search never fails: a key that is not
 /// there gives the blank item.
@@ -138,9 +141,10 @@ public:
 
     int bucketCount() const { return itsBucketCount; }
 
-    /// The bucket of a key among so many; 0 stands for the present number.
+    /// The hash of a key modulo so many; 0 stands for the present number of buckets. Which bucket
+    /// a key has depends on the process besides.
     unsigned long computeKey(const char* key, int buckets) const {
-        return bucketOf(hashOf(key), buckets == 0 ? itsBucketCount : buckets);
+        return hashOf(key) % static_cast<unsigned long>(buckets == 0 ? itsBucketCount : buckets);
     }
 
 private:
@@ -163,9 +167,11 @@ private:
         return hash;
     }
 
+    // Keys come from peers as well, who know how they hash but not the seed: they can't have them
+    // all meet in one bucket.
     static unsigned long bucketOf(unsigned long hash, int buckets) {
-        const auto count = static_cast<unsigned long>(buckets);
-        return (count & (count - 1)) == 0 ? hash & (count - 1) : hash % count;
+        const unsigned long mixed = (hash * ourBucketSeed) >> 32;
+        return (mixed * static_cast<unsigned long>(buckets)) >> 32;
     }
 
     static bool isSameKey(const char* a, const char* b) {

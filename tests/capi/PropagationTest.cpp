@@ -164,9 +164,9 @@ TEST_F(Propagation, ASubRequestIsAPairInsideItsServer) {
 
 TEST_F(Propagation, ASubRequestThatThrowsLeavesWhatCanBeEnded) {
     ServerInteractionStruct* record = server();
-    siSetGroupName(record, "g");
-    record->interaction->stub->site->groupID = qz_strdup(std::string(40, 'x').c_str());
     qz_serverAnalyzed(record);
+    EXPECT_THROW(siSetGroupID(record, std::string(40, 'x').c_str()), Util::APIException*);
+    qz_applyCallerToRealServerInteraction(record);
     void* client = nullptr;
     void* inner = &inner;
     EXPECT_THROW(qz_createSubRequest("sub", &client, &inner), Util::APIException*);

@@ -69,13 +69,29 @@ TEST(ConfigFile, TakesAChangeOnceAndOnlyWhenItHasSettled) {
 TEST(Options, AreTakenInAnyOrder) {
     Options options;
     std::string error;
-    ASSERT_TRUE(parseOptions(
-        {"--json", "--events", "0", "--listen", "10.0.0.1:5000", "--quiet", "--config", "f",
-         "--fault-on", "events", "--fault-refuse", "--fault-accept-byte", "0", "--fault-garbage",
-         "00fF", "--fault-close-after", "12", "--fault-read-pause", "3"},
-        options, error))
+    ASSERT_TRUE(parseOptions({"--json",
+                              "--tree",
+                              "--events",
+                              "0",
+                              "--listen",
+                              "10.0.0.1:5000",
+                              "--quiet",
+                              "--config",
+                              "f",
+                              "--fault-on",
+                              "events",
+                              "--fault-refuse",
+                              "--fault-accept-byte",
+                              "0",
+                              "--fault-garbage",
+                              "00fF",
+                              "--fault-close-after",
+                              "12",
+                              "--fault-read-pause",
+                              "3"},
+                             options, error))
         << error;
-    EXPECT_TRUE(options.json && options.quiet && options.faults.refuse);
+    EXPECT_TRUE(options.json && options.tree && options.quiet && options.faults.refuse);
     EXPECT_EQ(options.address, "10.0.0.1");
     EXPECT_EQ(options.controlPort, 5000);
     EXPECT_EQ(options.eventsPort, 0);

@@ -63,6 +63,7 @@ Flags flagsOf(Options& options) {
     Faults& faults = options.faults;
     return {{"--json", &options.json},
             {"--quiet", &options.quiet},
+            {"--tree", &options.tree},
             {"--help", &options.help},
             {"--fault-refuse", &faults.refuse},
             {"--fault-silent-id", &faults.silentId},
@@ -129,6 +130,9 @@ configuration to them and shows each event that they send.
                       built-in configuration that reports everything, payloads and paths too.
                       With --events as well, FILE is not adapted: it should name that port
   --json              one JSON object a line
+  --tree              each flow as a tree of its calls, in place of the events: when it seems
+                      complete, when too many others go on, or at the end. With --json the
+                      events come as ever and the trees go to the standard error
   --quiet             no events and no notes: what is malformed, and the summary
   --id TEXT           the id that connections are greeted with
 

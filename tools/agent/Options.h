@@ -18,6 +18,7 @@ struct Options {
     std::string agentId = "qz-agent";
     bool json = false;
     bool quiet = false;
+    bool tree = false;
     bool help = false;
     Faults faults;
     Port faultsOn = Port::Both;

@@ -1,5 +1,6 @@
 #include "agent/Printer.h"
 
+#include <chrono>
 #include <cstdio>
 
 #include "agent/EventJson.h"
@@ -7,6 +8,15 @@
 #include "agent/Printable.h"
 
 namespace QZAgent {
+
+namespace {
+
+std::int64_t steadyTime() {
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+}
+
+}  // namespace
 
 void Printer::write(const std::string& text) {
     const std::lock_guard<std::mutex> guard(itsLock);
@@ -24,7 +34,12 @@ void Printer::listening(const std::string& address, int controlPort, int eventsP
 }
 
 void Printer::event(const ReceivedEvent& received) {
-    if (!itIsQuiet) write(itIsJson ? jsonOf(received) + "\n" : textOf(received));
+    if (itHasTree) {
+        const std::lock_guard<std::mutex> guard(itsLock);
+        drawHeld(itsFlows.add(received.event, steadyTime()));
+    }
+    if (itIsQuiet || (itHasTree && !itIsJson)) return;
+    write(itIsJson ? jsonOf(received) + "\n" : textOf(received));
 }
 
 void Printer::malformed(const MalformedReport& report) {
@@ -35,7 +50,27 @@ void Printer::note(const std::string& line) {
     if (!itIsQuiet) write((itIsJson ? jsonOfNote(line) : escaped(line)) + "\n");
 }
 
+void Printer::flows() {
+    if (!itHasTree) return;
+    const std::lock_guard<std::mutex> guard(itsLock);
+    drawHeld(itsFlows.drawComplete(steadyTime()));
+}
+
+/// A reader of JSON lines finds nothing else among them.
+void Printer::drawHeld(const std::string& trees) {
+    if (trees.empty()) return;
+    if (itIsJson) {
+        std::fwrite(trees.data(), 1, trees.size(), stderr);
+    } else {
+        writeHeld(trees);
+    }
+}
+
 void Printer::summary(const Counters& counters) {
+    {
+        const std::lock_guard<std::mutex> guard(itsLock);
+        drawHeld(itsFlows.drawAll());
+    }
     write(itIsJson ? jsonOf(counters) + "\n" : textOf(counters));
 }
 

@@ -30,7 +30,7 @@ class Run {
 public:
     explicit Run(const Options& options)
         : itsOptions(options),
-          itsPrinter(options.json, options.quiet),
+          itsPrinter(options.json, options.quiet, options.tree),
           itsFile(options.configFile) {}
 
     int run();
@@ -111,6 +111,7 @@ void Run::takeFile(const std::string& config) {
 void Run::waitForSignal(const sigset_t& ends) {
     const timespec interval{0, kLookInterval};
     while (sigtimedwait(&ends, nullptr, &interval) < 0 && !itsPrinter.isBroken()) {
+        itsPrinter.flows();
         if (!hasFile()) continue;
         const std::optional<std::string> changed = itsFile.poll();
         if (changed) takeFile(*changed);
