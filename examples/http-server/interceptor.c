@@ -81,6 +81,10 @@ void callEnd(Call* call) {
     free(call);
 }
 
+void callsFlush(void) {
+    qz_flushUplink();
+}
+
 void callPart(const char* name, void (*work)(void*), void* argument) {
     void* client = NULL;
     void* server = NULL;

@@ -23,6 +23,9 @@ void callReply(Call* call, unsigned int status, const char* body, size_t size);
 /* The reply is out, or the connection is gone. */
 void callEnd(Call* call);
 
+/* The last call has ended, and the process is about to: what is queued goes out now. */
+void callsFlush(void);
+
 /* Does a part of the thread's innermost call that shows as a request of its own. */
 void callPart(const char* name, void (*work)(void*), void* argument);
 

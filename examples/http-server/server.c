@@ -95,5 +95,6 @@ int serve(const char* group, const char* port, Answer answer) {
     fflush(stdout);
     sigwait(&ends, &signal);
     MHD_stop_daemon(daemon);
+    callsFlush();
     return 0;
 }

@@ -206,7 +206,7 @@ private:
 
     void replaceValue(Entry* entry, const T& value) {
         // A copy first: the new value may stand in the old one.
-        T fresh = value;
+        T fresh = value;  // NOLINT(performance-unnecessary-copy-initialization)
         if (!isSameItem(entry->value, value)) Free<T>(itsFreeMode, entry->value);
         entry->value = fresh;
     }

@@ -47,7 +47,8 @@ public:
     /// Adds one element at the end. Before the end the size stays, and the last element leaves the
     /// visible range.
     virtual void insert(int index, const T& item) {
-        const T kept = item;  // It may stand in the storage that goes.
+        // It may stand in the storage that goes.
+        const T kept = item;  // NOLINT(performance-unnecessary-copy-initialization)
         resize(itsSize + 1);
         for (int i = itsSize; i > index; --i) itsItems[i] = std::move(itsItems[i - 1]);
         set(index, kept);
