@@ -25,10 +25,13 @@ public:
     int endOf(int message) const { return itsEnds[index(message)]; }
 
 private:
-    static constexpr int kLong = 64 * 1024;  // bytes
+    // bytes. The room beyond is for the message that passes it; all of it stays below what malloc
+    // would ask the system for anew each time.
+    static constexpr int kLong = 32 * 1024;
+    static constexpr int kRoom = kLong + 8 * 1024;
     static std::size_t index(int message) { return static_cast<std::size_t>(message); }
 
-    IO::ByteOutputStream itsBytes{2 * kLong};
+    IO::ByteOutputStream itsBytes{kRoom};
     IO::DataOutputStream itsOut{&itsBytes};
     std::vector<int> itsEnds;
 };
