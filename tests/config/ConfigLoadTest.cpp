@@ -8,6 +8,7 @@
 #include <string>
 
 #include "config/InterceptorConfig.h"
+#include "io/BufferedInputStream.h"
 #include "io/ByteArrayInputStream.h"
 #include "uplink/AsyncBinaryUplink.h"
 #include "util/ByteStreamReader.h"
@@ -28,12 +29,14 @@ public:
         : itsText(std::move(text)),
           itsStream(Util::ByteArray(reinterpret_cast<unsigned char*>(itsText.data()),
                                     static_cast<int>(itsText.size()), false)),
-          itsReader(&itsStream) {}
+          itsBuffer(&itsStream, 2048),
+          itsReader(&itsBuffer) {}
     operator Util::ByteStreamReader&() { return itsReader; }
 
 private:
     std::string itsText;
     IO::ByteArrayInputStream itsStream;
+    IO::BufferedInputStream itsBuffer;
     Util::ByteStreamReader itsReader;
 };
 
@@ -55,6 +58,19 @@ private:
 
 std::string shown(const Util::String& text) {
     return text.c_str() == nullptr ? "NIL" : text.c_str();
+}
+
+// The readers work in pieces of 255 bytes: wherever those end, the last line arrives.
+TEST(ConfigLoad, ATextOfAnyLengthIsReadToItsEnd) {
+    InterceptorConfig config;
+    for (int rows = 0; rows < 300; rows += rows < 30 ? 1 : 37) {
+        std::string text = "h\n1\n1\n" + std::to_string(rows) + "\n";
+        for (int i = 0; i < rows; ++i) text += "group\nservice" + std::to_string(i) + "\n\n";
+        config.load(Pushed(text + "0\n0\n0\n0\n2\nfirst\nlast"));
+        ASSERT_TRUE(config.itIsAlive) << rows;
+        ASSERT_NE(config.flowFieldNames(), nullptr) << rows;
+        ASSERT_TRUE(config.flowFieldNames()->contains("last")) << rows;
+    }
 }
 
 TEST(ConfigLoad, OfATrustBlockOneCharacterOfEachValueCounts) {
