@@ -62,11 +62,11 @@ void emptyCache(void* argument) {
 }
 
 // A host may bring an allocator of its own and leave malloc_usable_size to the C library, which
-// then misreads the blocks. Only where all of them come from one object can a block's size be
-// asked for.
+// then misreads the blocks. A block's size can be asked for only where the answer comes from the
+// object that takes blocks back; one that merely watches malloc does no harm.
 bool hasOneAllocator() {
     const void* home = nullptr;
-    for (const char* name : {"malloc", "free", "malloc_usable_size"}) {
+    for (const char* name : {"free", "malloc_usable_size"}) {
         Dl_info info;
         void* function = dlsym(RTLD_DEFAULT, name);
         if (function == nullptr || dladdr(function, &info) == 0) return false;
