@@ -130,7 +130,7 @@ void AsyncBinaryUplink::sendEvents(const Util::ByteArray& records, int length) {
     // The first message goes by itself: it shows whether an idle socket is still good, and if it
     // is not, no more than this one can be lost with it.
     bool isFirst = true;
-    auto run = std::make_unique<MessageRun>();
+    std::unique_ptr<MessageRun> run;
     for (int position = 0; position < length;) {
         unsigned char* record = records.data + position;
         const int eventLength = readLength(record);
@@ -146,12 +146,13 @@ void AsyncBinaryUplink::sendEvents(const Util::ByteArray& records, int length) {
             isFirst = false;
             continue;
         }
+        if (run == nullptr) run = std::make_unique<MessageRun>();
         run->add(event, payload, code);
         if (!run->isLong()) continue;
         if (!delivery.send(*run)) return;
-        run = std::make_unique<MessageRun>();
+        run.reset();
     }
-    if (delivery.send(*run)) delivery.finish();
+    if (run == nullptr || delivery.send(*run)) delivery.finish();
 }
 
 void AsyncBinaryUplink::sendEvent(const Util::ByteArray& event, const Util::ByteArray& payload,
