@@ -1,4 +1,5 @@
-/* What an interceptor written in C calls. C99 and C++17 compile it alike. Unless a call says
+/** @file
+ * What an interceptor written in C calls. C99 and C++17 compile it alike. Unless a call says
  * otherwise:
  *
  *   NULL      a null record does nothing and gives NULL or 0. A null text clears the value.
@@ -35,9 +36,10 @@
 #ifndef QZINT_C_H
 #define QZINT_C_H
 
+/** Marks what the library exports. */
 #define QZ_C_API __attribute__((visibility("default")))
 
-/* A few functions have C++ symbols. In C an assembler label leads to them. */
+/** A few functions have C++ symbols. In C an assembler label leads to them. */
 #ifdef __cplusplus
 #define QZ_SYMBOL(name)
 extern "C" {
@@ -45,101 +47,110 @@ extern "C" {
 #define QZ_SYMBOL(name) __asm__(name)
 #endif
 
-/* ---- Records. The order and the width of the fields are a contract with interceptors that are
- * built separately. */
+/** @defgroup records Records
+ * The order and the width of the fields are a contract with interceptors that are built separately.
+ * A record nests the others, from ServerInteractionStruct or ClientInteractionStruct down to
+ * FlowStubStruct. A text is NULL where there is none.
+ * @{ */
 
-/* What a call shares with its flow. */
+/** What a call shares with its flow. */
 typedef struct FlowStubStruct {
-    char* flowID;
-    char* parentID;
-    char* flowAttr1;
-    char* flowAttr2;
-    char* subNode;
-    char* pathID;
-    char* pPathID;
-    void* impl; /* the object that the record mirrors; NULL once that is gone */
+    char* flowID;    /* one for all calls of a flow; the first record of a call has it */
+    char* parentID;  /* of a client or a split: its server's id */
+    char* flowAttr1; /* your own, for the event; clients take it over */
+    char* flowAttr2; /* the same */
+    char* subNode;   /* starts as the server instance of the process */
+    char* pathID;    /* the way that the flow took to here */
+    char* pPathID;   /* the parent's */
+    void* impl;      /* the object that the record mirrors; NULL once that is gone */
 } FlowStubStruct;
 
-/* What describes the site that is called. */
+/** What describes the site that is called. */
 typedef struct SiteStubStruct {
-    char* opName;
-    char* opID;
-    char* groupName;
-    char* groupID;
-    char* serviceName;
-    char* serviceID;
-    char* url;
-    char* siteAttr;
-    char* peerAddr;
-    char* localAddr;
-    char* upstreamOpID;
-    short peerType;
-    short appType;
-    short svcType;
-    short opType;
-    int continuation;
-    FlowStubStruct* flow;
+    char* opName;         /* what is called, such as a method */
+    char* opID;           /* derived where there is a url */
+    char* groupName;      /* the application */
+    char* groupID;        /* at most 32 printable characters, or derived */
+    char* serviceName;    /* a part of the application */
+    char* serviceID;      /* derived where you give none */
+    char* url;            /* what the identifiers are derived from */
+    char* siteAttr;       /* your own, for the event */
+    char* peerAddr;       /* the other side of the connection */
+    char* localAddr;      /* this side; NULL: the host's name serves */
+    char* upstreamOpID;   /* of a server: its caller's operation */
+    short peerType;       /* your own number, for the event */
+    short appType;        /* 8 where you give no group name */
+    short svcType;        /* 0 becomes -128 without an operation name */
+    short opType;         /* your own number, for the event */
+    int continuation;     /* of a server that goes on with a split: no report */
+    FlowStubStruct* flow; /* never NULL */
 } SiteStubStruct;
 
-/* What describes this one call. */
+/** What describes this one call. */
 typedef struct InteractionStubStruct {
-    char* failure; /* read by the end calls too: the text of the final event */
-    char* securityID;
-    char* securityAttr1;
-    char* securityAttr2;
-    char* locus;
-    char* debugInfo;
-    char* trustSignature;
-    char* callerAddr;
-    char* calleeAddr;
+    char* failure;            /* NULL: no failure; also read by the end calls */
+    char* securityID;         /* who calls; it travels with a trust assertion */
+    char* securityAttr1;      /* beside it, for the event */
+    char* securityAttr2;      /* beside it; not sent */
+    char* locus;              /* operation id of the server that the client is under */
+    char* debugInfo;          /* the library's notes at log level 4, for the event */
+    char* trustSignature;     /* as it came with the header */
+    char* callerAddr;         /* as it came with the header */
+    char* calleeAddr;         /* as it came with the header */
     char* payloadContentType; /* reaches the object through the accessors only */
-    long long size;           /* bytes */
-    long long sizeB;
-    long long sizeC;
-    long long sizeD;
-    long long trustTimestamp; /* ms since 1970 */
+    long long size;           /* bytes of the current message */
+    long long sizeB;          /* your own number, for the event */
+    long long sizeC;          /* the same; 0 again once reported */
+    long long sizeD;          /* the same as sizeB */
+    long long trustTimestamp; /* as it came; ms since 1970 */
     int state;                /* 0 request, 1 request analysed, 2 completed, 3 ended */
-    int lowPriority;
-    int internal;
-    int createFlag;
-    int eventFlag;
-    int failed;
-    int oneWay;
-    int clientFlag;
-    int split;
-    char reserved[12];
-    SiteStubStruct* site;
+    int lowPriority;          /* a flag of the event */
+    int internal;             /* not 0: never reported */
+    int createFlag;           /* a flag of the event */
+    int eventFlag;            /* a flag of the event */
+    int failed;               /* goes into the reply, beside the failure */
+    int oneWay;               /* no reply is due */
+    int clientFlag;           /* kept; not sent */
+    int split;                /* another thread goes on with the call */
+    char reserved[12];        /* 0; neither read nor written */
+    SiteStubStruct* site;     /* never NULL */
 } InteractionStubStruct;
 
+/** The record of a call of either kind, as qz_split() and qz_serverJoin() take it. */
 typedef struct InteractionStruct {
-    InteractionStubStruct* stub;
+    InteractionStubStruct* stub; /* never NULL */
 } InteractionStruct;
 
+/** A request that comes in. */
 typedef struct ServerInteractionStruct {
-    InteractionStruct* interaction;
+    InteractionStruct* interaction; /* never NULL */
 } ServerInteractionStruct;
 
+/** A request that goes out. */
 typedef struct ClientInteractionStruct {
-    InteractionStruct* interaction;
+    InteractionStruct* interaction; /* never NULL */
 } ClientInteractionStruct;
 
-/* A copy of a payload. Release it with qz_freePayload(). */
+/** A copy of a payload. Release it with qz_freePayload(). */
 typedef struct PayloadStruct {
-    unsigned char* data;
-    int size; /* bytes */
+    unsigned char* data; /* a malloc block */
+    int size;            /* bytes */
 } PayloadStruct;
 
-/* ---- Memory. */
+/** @} */
 
-/* strdup() and free(). qz_strdup() of NULL gives NULL. */
+/** @defgroup memory Memory
+ * @{ */
+
+/** strdup() and free(). qz_strdup() of NULL gives NULL. */
 QZ_C_API char* qz_strdup(const char* text);
 QZ_C_API void qz_free(void* block);
 
-/* Releases a payload record and its bytes. NULL does nothing. */
+/** Releases a payload record and its bytes. NULL does nothing. */
 QZ_C_API void qz_freePayload(PayloadStruct* payload);
 
-/* Records with every text NULL and every number 0, with the records inside them. A record made here
- * has no object; begin, create and get calls make the records of interactions. */
+/** Records with every text NULL and every number 0, with the records inside them. A record made
+ * here has no object; begin, create and get calls make the records of interactions. */
 QZ_C_API FlowStubStruct* newFlowStub(void);
 QZ_C_API SiteStubStruct* newSiteStub(void);
 QZ_C_API InteractionStubStruct* newInteractionStub(void);
@@ -147,7 +158,7 @@ QZ_C_API InteractionStruct* newInteraction(void);
 QZ_C_API ServerInteractionStruct* newServerInteraction(void);
 QZ_C_API ClientInteractionStruct* newClientInteraction(void);
 
-/* Release a record, its texts and the records inside it. NULL does nothing. The objects of
+/** Release a record, its texts and the records inside it. NULL does nothing. The objects of
  * interactions are left alone: they go in the end calls. End a call before you free any record of
  * it, since the get calls lead to the record until then. freeSiteStub() is for a site record that
  * stands alone, and destroys the object it owns. */
@@ -158,9 +169,12 @@ QZ_C_API void freeInteraction(InteractionStruct* record);
 QZ_C_API void freeServerInteraction(ServerInteractionStruct* record);
 QZ_C_API void freeClientInteraction(ClientInteractionStruct* record);
 
-/* ---- Calls. */
+/** @} */
 
-/* The call that begins on this thread. An interaction of the thread that is still in its request
+/** @defgroup calls Calls
+ * @{ */
+
+/** The call that begins on this thread. An interaction of the thread that is still in its request
  * stage is the same call, seen by a second interceptor: it is returned with its count raised and a
  * record of its own. End such a call through one record only, and once: that end call destroys the
  * object, and all that may be done with its other records is to read and free them. It reports no
@@ -172,11 +186,11 @@ QZ_C_API void freeClientInteraction(ClientInteractionStruct* record);
 QZ_C_API ServerInteractionStruct* qz_beginServer(void);
 QZ_C_API ClientInteractionStruct* qz_beginClient(void);
 
-/* Always a new interaction; otherwise like the begin calls. */
+/** Always a new interaction; otherwise like the begin calls. */
 QZ_C_API ServerInteractionStruct* qz_createServer(void);
 QZ_C_API ClientInteractionStruct* qz_createClient(void);
 
-/* The record of the thread's innermost open interaction, refreshed from the object: what was
+/** The record of the thread's innermost open interaction, refreshed from the object: what was
  * written into the record and not yet pushed is overwritten, the failure too. NULL if there is
  * none. The record is the one that the last begin or create call for that interaction returned;
  * don't free it twice. Only an interaction that was made in C++ gets a new one here, and keeps it
@@ -184,8 +198,8 @@ QZ_C_API ClientInteractionStruct* qz_createClient(void);
 QZ_C_API ServerInteractionStruct* qz_getServer(void);
 QZ_C_API ClientInteractionStruct* qz_getClient(void);
 
-/* The request is known in full. Pushes the record to its object, fixes the identifiers, reports the
- * request and refreshes the record. Leave it out and the end call reports both sides at once.
+/** The request is known in full. Pushes the record to its object, fixes the identifiers, reports
+ * the request and refreshes the record. Leave it out and the end call reports both sides at once.
  *
  * The stage is part of what is pushed. Where a client, a split or a second payload has reported the
  * request already, the record doesn't know, and the request is reported again: leave the call out
@@ -196,31 +210,37 @@ QZ_C_API ClientInteractionStruct* qz_getClient(void);
 QZ_C_API void qz_serverAnalyzed(ServerInteractionStruct* server);
 QZ_C_API void qz_clientAnalyzed(ClientInteractionStruct* client);
 
-/* The reply is known. Reports it, and destroys the object; the record stays for reading. Once the
+/** The reply is known. Reports it, and destroys the object; the record stays for reading. Once the
  * request was reported only the record's failure still counts, and it replaces the object's, also
  * when it is NULL: use the accessors for the other reply values. THROWS like the analysed calls;
  * the object then stays. */
 QZ_C_API void qz_endServer(ServerInteractionStruct* server);
 QZ_C_API void qz_endClient(ClientInteractionStruct* client);
 
-/* Pushes the whole record to its object, `state` included. The record must not be NULL; one whose
+/** Pushes the whole record to its object, `state` included. The record must not be NULL; one whose
  * object is gone does nothing. A push behind the analysed call logs warnings and still stores. */
 QZ_C_API void qz_applyCallerToRealServerInteraction(ServerInteractionStruct* server);
 QZ_C_API void qz_applyCallerToRealClientInteraction(ClientInteractionStruct* client);
 
-/* Sends what is queued, now, on this thread. It may wait for the network. */
+/** Sends what is queued, now, on this thread. It may wait for the network. */
 QZ_C_API void qz_flushUplink(void);
 
-/* ---- Accessors. A setter writes the record and the object together, and does nothing once the
- * object is gone; a getter reads the record. Values that belong to the request are late behind the
- * analysed call: they are stored, with a warning at log level 2. */
+/** @} */
 
+/** @defgroup accessors Accessors
+ * A setter writes the record and the object together, and does nothing once the object is gone; a
+ * getter reads the record. Values that belong to the request are late behind the analysed call:
+ * they are stored, with a warning at log level 2.
+ * @{ */
+
+/** The address of the other side, as the agent is to show it. Of a client it also goes into the
+ * header and, with the path of its server, into its path. */
 QZ_C_API void siSetPeerAddr(ServerInteractionStruct* record, const char* text);
 QZ_C_API char* siGetPeerAddr(ServerInteractionStruct* record);
 QZ_C_API void ciSetPeerAddr(ClientInteractionStruct* record, const char* text);
 QZ_C_API char* ciGetPeerAddr(ClientInteractionStruct* record);
 
-/* The identifiers come from the url: the operation id always, out of the operation name and the
+/** The identifiers come from the url: the operation id always, out of the operation name and the
  * path; the service id and the group where you give none. The first call with a url and an
  * operation name decides the group and service id of the later ones with that pair. Without a url
  * what you give stands. */
@@ -229,22 +249,26 @@ QZ_C_API char* siGetUrl(ServerInteractionStruct* record);
 QZ_C_API void ciSetUrl(ClientInteractionStruct* record, const char* text);
 QZ_C_API char* ciGetUrl(ClientInteractionStruct* record);
 
+/** What is called at the url, such as a method: a part of the operation id. */
 QZ_C_API void siSetOpName(ServerInteractionStruct* record, const char* text);
 QZ_C_API char* siGetOpName(ServerInteractionStruct* record);
 QZ_C_API void ciSetOpName(ClientInteractionStruct* record, const char* text);
 QZ_C_API char* ciGetOpName(ClientInteractionStruct* record);
 
+/** With a url it is derived, over what you give. Once the identifiers are fixed a change is stored
+ * all the same, with a further warning at log level 4. */
 QZ_C_API void siSetOpID(ServerInteractionStruct* record, const char* text);
 QZ_C_API char* siGetOpID(ServerInteractionStruct* record);
 QZ_C_API void ciSetOpID(ClientInteractionStruct* record, const char* text);
 QZ_C_API char* ciGetOpID(ClientInteractionStruct* record);
 
+/** The application that the call belongs to. It comes from the url where you give none. */
 QZ_C_API void siSetGroupName(ServerInteractionStruct* record, const char* text);
 QZ_C_API char* siGetGroupName(ServerInteractionStruct* record);
 QZ_C_API void ciSetGroupName(ClientInteractionStruct* record, const char* text);
 QZ_C_API char* ciGetGroupName(ClientInteractionStruct* record);
 
-/* At most 32 printable characters. THROWS an APIException* "Group ID is invalid: ..." otherwise,
+/** At most 32 printable characters. THROWS an APIException* "Group ID is invalid: ..." otherwise,
  * for NULL too; the object keeps its value, but the record holds the text, and a push stores that
  * unchecked. */
 QZ_C_API void siSetGroupID(ServerInteractionStruct* record, const char* text);
@@ -252,80 +276,87 @@ QZ_C_API char* siGetGroupID(ServerInteractionStruct* record);
 QZ_C_API void ciSetGroupID(ClientInteractionStruct* record, const char* text);
 QZ_C_API char* ciGetGroupID(ClientInteractionStruct* record);
 
+/** The part of the application that the call belongs to, for the event. */
 QZ_C_API void siSetServiceName(ServerInteractionStruct* record, const char* text);
 QZ_C_API char* siGetServiceName(ServerInteractionStruct* record);
 QZ_C_API void ciSetServiceName(ClientInteractionStruct* record, const char* text);
 QZ_C_API char* ciGetServiceName(ClientInteractionStruct* record);
 
+/** Derived from the url where you give none. A late change is stored like an operation id. */
 QZ_C_API void siSetServiceID(ServerInteractionStruct* record, const char* text);
 QZ_C_API char* siGetServiceID(ServerInteractionStruct* record);
 QZ_C_API void ciSetServiceID(ClientInteractionStruct* record, const char* text);
 QZ_C_API char* ciGetServiceID(ClientInteractionStruct* record);
 
-/* The sub-node starts as the server instance of the process. Clients have no accessor for it. */
+/** The sub-node starts as the server instance of the process. Clients have no accessor for it. */
 QZ_C_API void siSetSubNode(ServerInteractionStruct* record, const char* text);
 QZ_C_API char* siGetSubNode(ServerInteractionStruct* record);
 
-/* Types and flags. Types are cut to 16 bits; a flag is kept in the record as given. */
+/** A number of your own for the other side, cut to 16 bits. */
 QZ_C_API void siSetPeerType(ServerInteractionStruct* record, int value);
 QZ_C_API int siGetPeerType(ServerInteractionStruct* record);
 QZ_C_API void ciSetPeerType(ClientInteractionStruct* record, int value);
 QZ_C_API int ciGetPeerType(ClientInteractionStruct* record);
 
+/** Cut to 16 bits. It becomes 8 where you give no group name. */
 QZ_C_API void siSetAppType(ServerInteractionStruct* record, int value);
 QZ_C_API int siGetAppType(ServerInteractionStruct* record);
 QZ_C_API void ciSetAppType(ClientInteractionStruct* record, int value);
 QZ_C_API int ciGetAppType(ClientInteractionStruct* record);
 
+/** Cut to 16 bits. 0 becomes -128 for a call without an operation name. */
 QZ_C_API void siSetSvcType(ServerInteractionStruct* record, int value);
 QZ_C_API int siGetSvcType(ServerInteractionStruct* record);
 QZ_C_API void ciSetSvcType(ClientInteractionStruct* record, int value);
 QZ_C_API int ciGetSvcType(ClientInteractionStruct* record);
 
+/** A number of your own for the operation, cut to 16 bits. */
 QZ_C_API void siSetOpType(ServerInteractionStruct* record, int value);
 QZ_C_API int siGetOpType(ServerInteractionStruct* record);
 QZ_C_API void ciSetOpType(ClientInteractionStruct* record, int value);
 QZ_C_API int ciGetOpType(ClientInteractionStruct* record);
 
+/** No reply is due. Not 0 is true; the record keeps the number as given. */
 QZ_C_API void siSetOneWay(ServerInteractionStruct* record, int value);
 QZ_C_API int siGetOneWay(ServerInteractionStruct* record);
 QZ_C_API void ciSetOneWay(ClientInteractionStruct* record, int value);
 QZ_C_API int ciGetOneWay(ClientInteractionStruct* record);
 
+/** A flag for the agent, kept like one-way. */
 QZ_C_API void siSetLowPriority(ServerInteractionStruct* record, int value);
 QZ_C_API int siGetLowPriority(ServerInteractionStruct* record);
 QZ_C_API void ciSetLowPriority(ClientInteractionStruct* record, int value);
 QZ_C_API int ciGetLowPriority(ClientInteractionStruct* record);
 
-/* Writes the record only; the object has it at the end call, or with a push before that. Works
+/** Writes the record only; the object has it at the end call, or with a push before that. Works
  * without an object. */
 QZ_C_API void siSetFailure(ServerInteractionStruct* record, const char* text);
 QZ_C_API char* siGetFailure(ServerInteractionStruct* record);
 QZ_C_API void ciSetFailure(ClientInteractionStruct* record, const char* text);
 QZ_C_API char* ciGetFailure(ClientInteractionStruct* record);
 
-/* The size of the current message in bytes: the request's before the analysed call, the reply's
+/** The size of the current message in bytes: the request's before the analysed call, the reply's
  * behind it. The getters have C++ symbols and an argument that is not read: pass NULL. */
 QZ_C_API void siSetSize(ServerInteractionStruct* record, long long size);
 QZ_C_API void ciSetSize(ClientInteractionStruct* record, long long size);
 
-/* The payload of the current message, copied; it sets the size too. NULL bytes or a size of 0 take
- * the payload away. What follows a first payload, its removal too, is the reply's: a request that
- * was not yet reported goes out first, with the payload it had and without what was only written
- * into the record. THROWS then like the analysed calls. The agent decides by its configuration
- * whether payloads travel. siGetPayload() gives a copy, NULL if there is none or the object is
- * gone. */
+/** The payload of the current message, copied; it sets the size too. NULL bytes or a size below 1
+ * take the payload away. What follows a first payload, its removal too, is the reply's: a request
+ * that was not yet reported goes out first, with the payload it had and without what was only
+ * written into the record. THROWS then like the analysed calls. The agent decides by its
+ * configuration whether payloads travel. siGetPayload() gives a copy, NULL if there is none or the
+ * object is gone. */
 QZ_C_API void siSetPayload(ServerInteractionStruct* record, const unsigned char* bytes, int size);
 QZ_C_API PayloadStruct* siGetPayload(ServerInteractionStruct* record);
 QZ_C_API void ciSetPayload(ClientInteractionStruct* record, const unsigned char* bytes, int size);
 QZ_C_API PayloadStruct* ciGetPayload(ClientInteractionStruct* record);
 
-/* Kept for reading back; it is not sent. The getters give the record's own text: don't free it. */
+/** Kept for reading back; it is not sent. The getters give the record's own text: don't free it. */
 QZ_C_API void siSetPayloadContentType(ServerInteractionStruct* record, const char* text);
 QZ_C_API char* siGetPayloadContentType(ServerInteractionStruct* record);
 QZ_C_API void ciSetPayloadContentType(ClientInteractionStruct* record, const char* text);
 
-/* Named values of the message, reported with each event of the call. An empty name or value is
+/** Named values of the message, reported with each event of the call. An empty name or value is
  * ignored; without `overwrite` a name that is there keeps its value. The getters give NULL for a
  * name that isn't there. They live in the object only. */
 QZ_C_API void siSetMsgField(ServerInteractionStruct* record, const char* name, const char* value,
@@ -335,7 +366,7 @@ QZ_C_API void ciSetMsgField(ClientInteractionStruct* record, const char* name, c
                             int overwrite);
 QZ_C_API char* ciGetMsgField(ClientInteractionStruct* record, const char* name);
 
-/* Named values that travel with the flow to the next hops. The same rules. */
+/** Named values that travel with the flow to the next hops. The same rules. */
 QZ_C_API void siAddFlowFieldToPropagate(ServerInteractionStruct* record, const char* name,
                                         const char* value, int overwrite);
 QZ_C_API char* siGetFlowFieldToPropagate(ServerInteractionStruct* record, const char* name);
@@ -343,16 +374,20 @@ QZ_C_API void ciAddFlowFieldToPropagate(ClientInteractionStruct* record, const c
                                         const char* value, int overwrite);
 QZ_C_API char* ciGetFlowFieldToPropagate(ClientInteractionStruct* record, const char* name);
 
-/* ---- The context header: the one text that a request carries to the next process, under the name
- * "QZ_Header" in whatever slot its protocol offers. */
+/** @} */
 
-/* Reads the header that came with a request. It counts in the request stage only: call it before
+/** @defgroup header The context header
+ * The one text that a request carries to the next process, under the name "QZ_Header" in whatever
+ * slot its protocol offers.
+ * @{ */
+
+/** Reads the header that came with a request. It counts in the request stage only: call it before
  * the analysed call. 1 if the header was accepted, 0 if it is blank or late. The whole record is
  * refreshed, by a blank header too, so what was written into it and not yet pushed is lost; a late
  * header leaves everything alone. */
 QZ_C_API int qz_readHeader(const char* text, ServerInteractionStruct* server);
 
-/* The header to send with a request, or NULL when there is nothing to send: a call with neither a
+/** The header to send with a request, or NULL when there is nothing to send: a call with neither a
  * peer address, nor a host in its url, nor flow fields, nor asserted trust has none. `trust` asks
  * for a trust assertion.
  *
@@ -362,28 +397,32 @@ QZ_C_API int qz_readHeader(const char* text, ServerInteractionStruct* server);
  * the analysed calls. */
 QZ_C_API char* qz_writeHeader(ClientInteractionStruct* client, int trust);
 
-/* ---- Splits: a server call that another thread or process goes on with. */
+/** @} */
 
-/* What the other thread needs. The server passes its request stage; the record given is not
+/** @defgroup splits Splits
+ * A server call that another thread or process goes on with.
+ * @{ */
+
+/** What the other thread needs. The server passes its request stage; the record given is not
  * refreshed. Release the result with freeSiteStub(). The second argument is not used. THROWS like
  * the analysed calls. */
 QZ_C_API SiteStubStruct* qz_split(InteractionStruct* interaction, void* unused);
 
-/* The same as one block of bytes, for carriers that take no records; `size` gets its length,
+/** The same as one block of bytes, for carriers that take no records; `size` gets its length,
  * or is NULL. Release it with qz_free(). THROWS like the analysed calls. */
 QZ_C_API char* qz_splitServer(ServerInteractionStruct* server, unsigned* size);
 
-/* The server on this thread that goes on with a split. It reports nothing of its own: the split
+/** The server on this thread that goes on with a split. It reports nothing of its own: the split
  * server stands for it, and clients made under it show that one as their parent. The site record
  * stays yours. The block must come from qz_splitServer(): it carries no length to check. */
 QZ_C_API ServerInteractionStruct* qz_beginServerSplit(SiteStubStruct* site);
 QZ_C_API ServerInteractionStruct* qz_beginServerSplit2(char* block);
 
-/* Gives the server the flow and the identity of another interaction. Both records are pushed
+/** Gives the server the flow and the identity of another interaction. Both records are pushed
  * first, and the server's is refreshed. */
 QZ_C_API void qz_serverJoin(ServerInteractionStruct* server, InteractionStruct* other);
 
-/* A site record as a block of bytes, and back. serializeSiteStub() gives NULL for NULL and leaves
+/** A site record as a block of bytes, and back. serializeSiteStub() gives NULL for NULL and leaves
  * `size` alone. deserializeSiteStub(), below, fills a fresh record, or a new one for NULL, and
  * trusts the block: it must come from serializeSiteStub(). A null text comes back as an empty one;
  * operation, group and service ids stay behind. addstring() copies a text with its terminator, or
@@ -391,7 +430,12 @@ QZ_C_API void qz_serverJoin(ServerInteractionStruct* server, InteractionStruct* 
 QZ_C_API char* serializeSiteStub(SiteStubStruct* record, unsigned* size);
 QZ_C_API char* addstring(const char* text, char* position);
 
-/* ---- A sub-request inside the thread's innermost server, reported as a client and a server that
+/** @} */
+
+/** @defgroup subrequests Sub-requests and queues
+ * @{ */
+
+/** A sub-request inside the thread's innermost server, reported as a client and a server that
  * never leave the process. Both out values are objects and not records; they stay the innermost
  * ones of the thread until qz_endSubRequest(), which takes NULL for either. Both are NULL when the
  * thread has no server. With neither callee nor flow field the pair has no header between it, and
@@ -401,26 +445,44 @@ QZ_C_API char* addstring(const char* text, char* position);
 QZ_C_API void qz_createSubRequest(const char* opName, void** client, void** server);
 QZ_C_API void qz_endSubRequest(void* client, void* server);
 
-/* ---- Queues. Makes the destination's events take the queue of the source's, so that both stay in
+/** Makes the destination's events take the queue of the source's, so that both stay in
  * order. The source is a server or client record whose call has reported something and not ended.
  * Nothing happens if either record is NULL or without an object. */
 QZ_C_API void qz_copyUplinkToClient(void* source, ClientInteractionStruct* destination);
 QZ_C_API void qz_copyUplinkToServer(void* source, ServerInteractionStruct* destination);
+
+/** @} */
 
 #ifdef __cplusplus
 } /* extern "C" */
 #endif
 
 /* The functions with C++ symbols. */
+
+/** @addtogroup splits
+ * @{ */
+
+/** The reading side of serializeSiteStub(), which tells about it. */
 QZ_C_API SiteStubStruct* deserializeSiteStub(char* block, SiteStubStruct* record)
     QZ_SYMBOL("_Z19deserializeSiteStubPcP14SiteStubStruct");
-/* The length of a text; 0 for NULL. */
+
+/** The length of a text; 0 for NULL. */
 QZ_C_API unsigned strlencustom(char* text) QZ_SYMBOL("_Z12strlencustomPc");
+
+/** @} */
+
+/** @addtogroup accessors
+ * @{ */
+
+/** See siSetSize(). */
 QZ_C_API long long siGetSize(ServerInteractionStruct* record, unsigned char* unused)
     QZ_SYMBOL("_Z9siGetSizeP23ServerInteractionStructPh");
 QZ_C_API long long ciGetSize(ClientInteractionStruct* record, unsigned char* unused)
     QZ_SYMBOL("_Z9ciGetSizeP23ClientInteractionStructPh");
+/** See siSetPayloadContentType(). */
 QZ_C_API char* ciGetPayloadContentType(ClientInteractionStruct* record)
     QZ_SYMBOL("_Z23ciGetPayloadContentTypeP23ClientInteractionStruct");
+
+/** @} */
 
 #endif

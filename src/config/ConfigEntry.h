@@ -14,6 +14,7 @@ namespace Quenvale::Interceptor::SDK {
 /// Ownership: shared. A new configuration drops the caches at any moment, and the entry stays
 ///            until the last call that asked for it has read it.
 struct ConfigEntry {
+    /// Takes over `names`, a new list or null.
     ConfigEntry(Util::String groupID, Util::String serviceID, Util::String opID,
                 Util::Vector<Util::String>* names, bool includesPayload, bool computesPath)
         : itsGroupID(std::move(groupID)),
@@ -26,14 +27,15 @@ struct ConfigEntry {
     ConfigEntry(const ConfigEntry&) = delete;
     ConfigEntry& operator=(const ConfigEntry&) = delete;
 
-    const Util::String itsGroupID;
-    const Util::String itsServiceID;
-    const Util::String itsOpID;
+    const Util::String itsGroupID;              // Of the first call of the kind.
+    const Util::String itsServiceID;            // Given by that call, or derived from the URL.
+    const Util::String itsOpID;                 // Derived from operation name and URL.
     Util::Vector<Util::String>* const cpNames;  // Owned; null if no row matched.
-    const bool itIncludesPayload;
-    const bool itComputesPath;
+    const bool itIncludesPayload;               // Events carry the payload.
+    const bool itComputesPath;                  // A server makes a path of its own.
 };
 
+/// A decision, shared with the cache that it came from.
 using EntryRef = std::shared_ptr<const ConfigEntry>;
 
 }  // namespace Quenvale::Interceptor::SDK

@@ -35,23 +35,23 @@ class Interaction;
 ///            thrown.
 class QZ_API InterceptorConfig {
 public:
-    using Entry = ConfigEntry;
-    using EntryRef = SDK::EntryRef;
-    using Row = Util::Vector<Util::String>;
-    using Table = Util::Vector<Row*>;
+    using Entry = ConfigEntry;               // What getConfig() decides.
+    using EntryRef = SDK::EntryRef;          // Keeps a decision alive.
+    using Row = Util::Vector<Util::String>;  // The cells of a row, or the lines of a list.
+    using Table = Util::Vector<Row*>;        // Owns its rows.
 
     /// The one configuration of the process.
     static InterceptorConfig& itsCurrent;
 
     // The prefixes of the trust block's lines. Of a value only the character behind them counts.
-    static const Util::String& kTrustKey;
-    static const Util::String& kTrustAssert;
-    static const Util::String& kTrustCheckAddr;
-    static const Util::String& kTrustInterval;
-    static constexpr int kTrustKeyLen = 9;
-    static constexpr int kTrustAssertLen = 13;
-    static constexpr int kTrustCheckAddrLen = 20;
-    static constexpr int kTrustIntervalLen = 14;
+    static const Util::String& kTrustKey;          // "trustKey="
+    static const Util::String& kTrustAssert;       // "assertsTrust="
+    static const Util::String& kTrustCheckAddr;    // "checksCallerAddress="
+    static const Util::String& kTrustInterval;     // "trustInterval="
+    static constexpr int kTrustKeyLen = 9;         // Characters of kTrustKey.
+    static constexpr int kTrustAssertLen = 13;     // Of kTrustAssert.
+    static constexpr int kTrustCheckAddrLen = 20;  // Of kTrustCheckAddr.
+    static constexpr int kTrustIntervalLen = 14;   // Of kTrustInterval.
 
     /// One that comes from the file reads it at once. The process's own comes from the agent.
     explicit InterceptorConfig(bool isFromFile = false);
@@ -59,13 +59,18 @@ public:
     InterceptorConfig(const InterceptorConfig&) = delete;
     InterceptorConfig& operator=(const InterceptorConfig&) = delete;
 
-    /// The file's path, worked out at the first use and then fixed.
+    /// The file's path: "Uplink.cfg" in getConfigDirectory(). Worked out at the first use and then
+    /// fixed.
     static Util::String& getConfigFilename();
+    /// The environment variable "QZ_INTERCEPTORCONFIG", or "/var/opt/quenvale/QZ.Interceptor".
     static Util::String getConfigDirectory();
-    static bool fileExists(const Util::String& path);
+    static bool fileExists(const Util::String& path);  // False for NIL, too.
 
-    /// Reads the file again. Throws an APIException unless the configuration comes from a file.
+    /// Reads the file again. Throws an APIException unless the configuration comes from a file. A
+    /// file that isn't there leaves the tables alone and getAlive() false; with `checkExists` it is
+    /// not even opened.
     void Refresh(bool checkExists);
+    /// The same, wherever the configuration comes from.
     void RefreshFromFile(bool checkExists);
 
     /// Takes what the agent pushed. Runs on: watcher.
@@ -74,17 +79,20 @@ public:
     /// The parser of both roads. Holds the lock all through.
     void updateConfig(Util::StreamReader& reader);
 
-    /// The caller owns the result. Null when the reader throws.
+    /// A count, then so many rows of `columns` lines each. The caller owns the result. Null when
+    /// the reader throws; a count below 1 gives an empty table.
     static Table* ReadFilters(Util::StreamReader& reader, int columns);
-    /// The caller owns the result. Null for a count below 1; what the reader throws passes.
+    /// A count, then so many lines. The caller owns the result. Null for a count below 1; what the
+    /// reader throws passes.
     static Row* ReadParams(Util::StreamReader& reader);
 
-    /// Looks at the file at most once a minute: one that nobody has touched for 90 seconds counts
-    /// as that of a dead agent.
+    /// Whether the last configuration could be read. Looks at the file at most once a minute: one
+    /// that nobody has touched for 90 seconds counts as that of a dead agent.
     bool getAlive();
 
     /// The decision for a call, made at the first of its kind; null for one without a URL.
     EntryRef getConfig(Interaction* interaction, bool isClient);
+    /// Draws the decision. The call needs a group by then, or it throws as loadFromCache() does.
     EntryRef NewCacheEntry(Interaction* interaction, bool isClient) QZ_REQUIRES(itsLock);
 
     /// The first row that matches; null for none and for no table. An empty cell is a wildcard. A
@@ -97,9 +105,11 @@ public:
 
     /// Host and port of one configuration, for a connection.
     void agentAddress(Util::String& host, int& port) const;
+    /// One character, or an empty text without a trust block.
     Util::String trustKey() const;
     /// Null until a configuration was read. Never changed once it is handed out.
     std::shared_ptr<Util::List<Util::String>> flowFieldNames() const;
+    /// Without the lock.
     bool hasFlowFieldNames() const { return itHasFlowFieldNames; }
 
 private:
@@ -116,8 +126,8 @@ private:
     Util::String itsAgentHost QZ_GUARDED_BY(itsLock);
 
 public:
-    std::atomic<int> itsAgentPort{0};
-    std::atomic<int> itsEventTag{0};  // Goes into every event, 0 there counting as 1.
+    std::atomic<int> itsAgentPort{0};  // For events; 0 before a configuration.
+    std::atomic<int> itsEventTag{0};   // Goes into every event, 0 there counting as 1.
 
 private:
     Table* itsServerFilters QZ_GUARDED_BY(itsLock) = nullptr;  // Three columns.
@@ -129,12 +139,12 @@ private:
     std::atomic<bool> itHasFlowFieldNames{false};
 
 public:
-    std::atomic<bool> itIsAlive{false};       // The last configuration was parsed in full.
-    std::atomic<long long> itsLastCheck{0};   // When the file was last looked at, ms.
-    std::atomic<bool> itAssertsTrust{false};  // Outgoing headers are signed.
-    std::atomic<bool> itChecksTrust{false};   // Incoming headers are verified.
-    std::atomic<bool> itChecksCallerAddress{false};
-    std::atomic<long long> itsTrustInterval{0};  // seconds
+    std::atomic<bool> itIsAlive{false};              // The last configuration was parsed in full.
+    std::atomic<long long> itsLastCheck{0};          // When the file was last looked at, ms.
+    std::atomic<bool> itAssertsTrust{false};         // Outgoing headers are signed.
+    std::atomic<bool> itChecksTrust{false};          // Incoming headers are verified.
+    std::atomic<bool> itChecksCallerAddress{false};  // Against the names of the peer.
+    std::atomic<long long> itsTrustInterval{0};      // seconds
 
 private:
     Util::String itsTrustKey QZ_GUARDED_BY(itsLock);  // One character.

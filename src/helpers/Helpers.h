@@ -24,30 +24,36 @@ class ServerInteraction;
 /// Errors:    results only.
 class QZ_API Helpers {
 public:
-    /// The name under which the header travels as a whole.
+    /// The name under which the header travels as a whole: "QZ_Header".
     static const Util::String& kQZTransport;
 
+    /// @{
+    /// What stands between a key and its value, and behind each pair.
     static const Util::String& kHdrDelimEq;
     static const Util::String& kHdrDelimSem;
-    static const Util::String& kInteractionName;
-    static const Util::String& kLocusName;
-    static const Util::String& kFlowName;
-    static const Util::String& kUpstreamOpID;
-    static const Util::String& kPathName;
-    static const Util::String& kCPName;
-    static const Util::String& kCPTime;
-    static const Util::String& kCallerAddressName;
-    static const Util::String& kCalleeAddressName;
-    static const Util::String& kTrustTimeHdr;
-    static const Util::String& kTrustSigHdr;
-    static const Util::String& kTrustSecIDHdr;
-    static const Util::String& kFlowFieldName;
+    /// @}
+    static const Util::String& kInteractionName;    // "Interaction": the client's id
+    static const Util::String& kLocusName;          // "Locus": operation id of its server
+    static const Util::String& kFlowName;           // "Flow": id of the flow
+    static const Util::String& kUpstreamOpID;       // "UpstreamOpID": operation id of the client
+    static const Util::String& kPathName;           // "Path": the client's path id
+    static const Util::String& kCPName;             // "name": a checkpoint, its time behind it
+    static const Util::String& kCPTime;             // "CPTime": elapsed ms of the checkpoint
+    static const Util::String& kCallerAddressName;  // "CallerAddress"
+    static const Util::String& kCalleeAddressName;  // "CalleeAddress"
+    static const Util::String& kTrustTimeHdr;   // "TrustTimestamp": ms since 1970; read, never sent
+    static const Util::String& kTrustSigHdr;    // "TrustSignature"
+    static const Util::String& kTrustSecIDHdr;  // "SecurityID"
+    static const Util::String& kFlowFieldName;  // "FlowFields": the list of flow fields
 
-    /// For sizing the text under construction.
+    /// @{
+    /// For sizing the text under construction: pairs, bytes of an id, of all keys and of a
+    /// checkpoint.
     static constexpr int kHdrCount = 5;
     static constexpr int kTokenLen = 16;
     static constexpr int kHdrNamesLen = 72;
     static constexpr int kCPLen = 46;
+    /// @}
 
     /// Blank when there is nothing to send: a call with no callee, no flow field and no asserted
     /// trust sends no header. `trust` asks for a trust assertion.
@@ -79,8 +85,10 @@ public:
     /// Whether the caller's header shows that it knows the shared key. True for everything while
     /// the configuration has no trust block. What follows from it is the interceptor's decision.
     static bool checkTrust(ServerInteraction* interaction);
+    /// What checkTrust() calls.
     static bool checkTrustImp(ServerInteraction* interaction);
 
+    /// @{
     /// The hash over the five texts joined; blank ones add nothing. `timestamp` is ms since 1970.
     /// With `noHash` a blank text.
     static Util::String buildTrustSig(const Util::String& key, const Util::String& callerAddr,
@@ -90,6 +98,7 @@ public:
                                       const Util::String& timestamp,
                                       const Util::String& interactionID,
                                       const Util::String& securityID, bool noHash);
+    /// @}
 
     /// Whether this id was not seen within the window (ms). Each call renews the block on it.
     static bool checkTrustID(const Util::String& interactionID, long long window);
@@ -103,7 +112,7 @@ public:
 
     /// When a check last saw an interaction id, in ms; the thousand seen last.
     static Util::Map<long long>& intIDCache QZ_GUARDED_BY(intIDCacheLock);
-    static Util::qzmutex& intIDCacheLock;
+    static Util::qzmutex& intIDCacheLock;  // Guards intIDCache.
 };
 
 }  // namespace Quenvale::Interceptor::SDK

@@ -15,13 +15,17 @@ namespace Quenvale::Interceptor::SDK {
 
 /// A timing that came in with a request.
 struct QZ_API Checkpoint {
+    /// Copies the name.
     Checkpoint(const Util::String& name, long long elapsed) : itsName(name), itsElapsed(elapsed) {}
 
+    /// @{
+    /// Blocks come from the per-thread cache of blocks.h and go back to it.
     static void* operator new(std::size_t bytes) { return Util::Pooled::operator new(bytes); }
     static void operator delete(void* block) noexcept { Util::release(block); }
+    /// @}
 
-    Util::String itsName;
-    long long itsElapsed;
+    Util::String itsName;  // Not empty.
+    long long itsElapsed;  // ms, as the header had it.
 };
 
 /// The named timings of a flow: those that came in with the request, and the names of those to
@@ -41,10 +45,15 @@ public:
     Checkpoints(const Checkpoints&) = delete;
     Checkpoints& operator=(const Checkpoints&) = delete;
 
+    /// @{
+    /// Blocks come from the per-thread cache of blocks.h and go back to it.
     static void* operator new(std::size_t bytes) { return Util::Pooled::operator new(bytes); }
     static void operator delete(void* block) noexcept { Util::release(block); }
+    /// @}
 
+    /// One holder more.
     void retain() { itsHolders.fetch_add(1, std::memory_order_relaxed); }
+    /// One holder less; the last one destroys the object.
     void drop() {
         // While there is one holder only that one can make another: most objects need no more.
         if (itsHolders.load(std::memory_order_acquire) == 1 ||
@@ -57,6 +66,7 @@ public:
 
     /// Incoming timings and new names, each counted as often as it came.
     int getTotalCheckpointsCount() const;
+    /// As often as they came.
     int getIncomingCheckpointsCount() const { return itsIncomingCount; }
 
     /// Name to elapsed time, the last one where a name came twice; null when there are none. What
@@ -72,7 +82,9 @@ public:
     /// Copies the names; null clears them.
     void setNewCheckpoints(Util::Vector<Util::String>* names);
 
+    /// See getNewCheckpoints(); set by setNewCheckpoints() only.
     std::atomic<Util::Vector<Util::String>*> itsNewNames{nullptr};
+    /// When the server started, in ms since 1970; 0 until its request is reported.
     std::atomic<long long> itsBaseline{0};
 
 private:

@@ -23,18 +23,21 @@ public:
 
     /// NIL, always.
     const Util::String& getUpstreamInteractionID() override;
+    /// The decision for clients of this URL and operation name.
     EntryRef loadConfig() override;
     /// Computed at the first call, whatever the argument; empty without a parent path.
     Util::String& _getPathID(bool argument) override;
+    /// As for any interaction, but keys of one that is managed externally have already gone.
     void setCleanEnd() override;
 
+    /// Once: without a parent path at that time the client never gets one.
     void computePath(bool argument);
 
     /// The client leaves this thread now; the caller ends it from wherever the reply arrives.
     void manageExternally();
 
-    bool itsPathComputed = false;
-    bool itIsManagedExternally = false;
+    bool itsPathComputed = false;        // computePath() ran.
+    bool itIsManagedExternally = false;  // manageExternally() ran.
 
 private:
     void inherit(Interaction* parent);

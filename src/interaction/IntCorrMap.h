@@ -1,6 +1,7 @@
 #pragma once
 
 #include "interaction/IIntCorrelator.h"
+#include "interaction/Interaction.h"
 #include "util/Map.h"
 #include "util/annotations.h"
 #include "util/qzmutex.h"
@@ -16,8 +17,9 @@ namespace Quenvale::Interceptor::SDK {
 class QZ_API IntCorrMap : public IIntCorrelator {
 public:
     static constexpr const char* kServerKeyDefault = "-101";  // In place of an empty key.
-    static constexpr const char* kClientKeyDefault = "-102";
+    static constexpr const char* kClientKeyDefault = "-102";  // The same for clients.
 
+    /// `isCorrelators`: the map of the process's correlator, which counts its entries.
     explicit IntCorrMap(bool isCorrelators = false) : itIsCorrelators(isCorrelators) {}
     ~IntCorrMap() override;
 

@@ -34,10 +34,13 @@ public:
     bool hasInteraction(Interaction* interaction) override;
 
     // The same for either stack. A null interaction is nowhere.
+    /// @{
+    /// The same for either stack. A null interaction is nowhere.
     Interaction* getInteraction(const Util::String& key, bool isServer);
     void putInteraction(Interaction* interaction, const Util::String& key, bool isServer);
     Interaction* popInteraction(Interaction* interaction, bool isServer);
     bool findInteraction(Interaction* interaction, bool isServer);
+    /// @}
     /// The interaction if it is on top of this thread's stack, otherwise null.
     Interaction* peekInteraction(Interaction* interaction, bool isServer);
 

@@ -17,11 +17,13 @@ public:
     static std::atomic<IIntCorrelator*> ourBaseImpl;  // Null until first use.
     static Util::qzmutex& ourLock;                    // Guards the creation.
 
+    /// The correlator; the first call makes it.
     static IIntCorrelator* instance() {
         IIntCorrelator* correlator = ourBaseImpl.load(std::memory_order_acquire);
         return correlator != nullptr ? correlator : create();
     }
 
+    /// Makes it and publishes it; instance() calls this once.
     static void init() QZ_REQUIRES(ourLock);
 
     /// Takes out every entry that still leads to the interaction: it is about to go. Needed only

@@ -12,12 +12,14 @@ namespace Quenvale::Interceptor::SDK {
 /// Ownership: interactions are borrowed.
 class QZ_API IntCorrelatorImp : public IIntCorrelator {
 public:
-    static IIntCorrelator* ourKeyMap;
-    static IIntCorrelator* ourTlsMap;
+    static IIntCorrelator* ourKeyMap;  // An IntCorrMap.
+    static IIntCorrelator* ourTlsMap;  // An IntCorrTlsStack.
 
+    /// @{
     /// Make and destroy the two parts. No other operation may run meanwhile.
     static void init();
     static void deinit();
+    /// @}
 
     Interaction* getServer(const Util::String& key) override;
     Interaction* getClient(const Util::String& key) override;
@@ -30,6 +32,7 @@ public:
     /// With `keyOnly` a key that leads nowhere is not looked for on the thread.
     Interaction* getForBegin(const Util::String& key, bool isServer, int reuseMode,
                              bool keyOnly) override;
+    /// Whether it is on this thread's stack.
     bool hasInteraction(Interaction* interaction) override;
 
     /// Takes the interaction out of the key map and off all threads' stacks, also off those of a

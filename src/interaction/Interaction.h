@@ -35,17 +35,24 @@ public:
         StaticInit();
     };
 
+    /// @{
+    /// The names of this class and of those of the two kinds of call.
     static const Util::String& INT_CLASSNAME;
     static const Util::String& SINT_CLASSNAME;
     static const Util::String& CINT_CLASSNAME;
+    /// @}
+    /// @{
+    /// Names of environment variables; docs/operating.md tells what they do.
     static const Util::String& SERVER_INSTANCE;
     static const Util::String& PLATFORM_TYPE;
+    /// @}
+    /// The failure of a call that is destroyed before its end.
     static const Util::String& INTERACTION_NOT_ENDED;
-    static Uplink* ourUplink;
-    static Util::String& ourServerInstance;
-    static Util::String& ourHostname;
-    static short itsDefaultPlatformType;
-    static StaticInit ourStaticInit;
+    static Uplink* ourUplink;                // See uplink().
+    static Util::String& ourServerInstance;  // The first sub-node of every call; may be NIL.
+    static Util::String& ourHostname;        // NIL where it could not be found.
+    static short itsDefaultPlatformType;     // Of every new call.
+    static StaticInit ourStaticInit;         // Its constructor is the library's start.
 
     /// The way out for all events; null when it could not be made, and then reports are dropped.
     static Uplink* uplink() { return ourUplink; }
@@ -64,36 +71,54 @@ public:
     Interaction();
     ~Interaction() override;
 
+    /// A further key, under which the call is found from now on; the calling thread has it on its
+    /// stack once more.
     virtual void storeLocalKey(const Util::String& key);
     /// Takes the interaction off its thread; attach() goes on with the stub elsewhere.
     virtual InteractionStub* detach();
     /// What another thread needs to work on this call beside it. A server is analysed first, so
     /// that its flow and ids are settled.
     virtual SiteStub* split();
+    /// The request is known: fixes the identifiers, reports it and clears the payload. Past stage 0
+    /// it does nothing.
     virtual void requestAnalyzed();
+    /// The parent's path id, as it stands.
     virtual Util::String& _getPPathID();
+    /// The path id; a server and a client compute theirs where there is none. With `asIs` a server
+    /// does not.
     virtual Util::String& _getPathID(bool asIs);
     /// Null when there are no checkpoints.
     virtual Util::Vector<Util::String>* getNewCheckpoints();
     /// The caller deletes the iterator.
     virtual Util::Map<long long>::Iterator* getIncomingCheckpoints();
+    /// setClean(), stage 3, and the call is found by no key and no thread any more.
     virtual void setCleanEnd();
+    /// Drops the payload with its content type and sets itsMsgSize and itsSizeC to 0.
     virtual void setClean();
+    /// Runs before the request's report. A server sets the baseline of its flow to its start.
     virtual void prepareCheckpoints();
+    /// Takes the decision's identifiers and merges the flow fields.
     void loadFromCacheData(const ConfigEntry* entry) override;
 
+    /// The reply is known: takes the time and reports. Past stage 1 it does nothing.
     void complete();
     /// The last of as many calls as there were begins completes and cleans.
     void end();
+    /// The call starts now. A new one is marked.
     void markTime();
 
     /// The message only; null does nothing.
     void setFailure(Util::APIException* exception);
-    /// An empty name or value does nothing, in both.
+    /// @{
+    /// An empty name or value does nothing. Without `overwrite` a field that is there stays.
+    /// Message fields go into the call's events, flow fields also to the next hops.
     void setMsgField(const Util::String& name, const Util::String& value, bool overwrite);
     void addFlowFieldToPropagate(const Util::String& name, const Util::String& value,
                                  bool overwrite);
+    /// @}
+    /// setMsgField() for each of the map; null does nothing.
     void addMsgFields(Util::Map<Util::String>* fields, bool overwrite);
+    /// All of the map, over what is there; null does nothing.
     void addFlowFieldsToPropagate(Util::Map<Util::String>* fields);
     /// Sets the field from the first evaluator with a result, or else propagates the value it has.
     void evalMsgField(const Util::String& name, const Util::String& text, bool propagate);
@@ -101,33 +126,50 @@ public:
     /// values; where both have one the flow field wins.
     void mergeFlowFields();
 
+    /// The call is found by none of its keys any more and, with `dropValue`, not by its thread. It
+    /// keeps the list of keys.
     void dropAllKeys(bool dropValue);
+    /// Makes the call known by all keys of its list; the calling thread gets it on its stack for
+    /// each.
     void addAllKeys();
 
+    /// @{
+    /// A copy of so much of the call, for the caller to delete.
     InteractionStub* toStub();
     SiteStub* toSiteStub();
     FlowStub* toFlowStub();
+    /// @}
 
-    /// Reports on the source's queue from now on.
+    /// Reports on the source's queue from now on; nothing happens if the source has reported
+    /// nothing.
     void copyUplink(Interaction* source);
 
+    /// @{
     /// What the object is at this moment: in its destructor it is neither.
     bool isServer() const { return itsKind == kServer; }
     bool isClient() const { return itsKind == kClient; }
+    /// @}
 
+    /// What the destructor does: the report of a call that was not ended, and letting go of the
+    /// queue.
     void deinit();
 
-    UplinkData* itsUplinkData = nullptr;
-    int itsRefCount = 1;
+    UplinkData* itsUplinkData = nullptr;  // Owned; null before the first report.
+    int itsRefCount = 1;                  // Begins that were not ended.
 
+    /// @{
     /// How many entries on threads' stacks and in the key map lead here. The correlator keeps them.
     std::atomic<int> itsStackEntries{0};
     std::atomic<int> itsKeyEntries{0};
+    /// @}
+    /// @{
     /// Where it looks for them first. An entry serves other interactions once it was taken off.
     std::atomic<StackEntry*> itsNewestEntry{nullptr};
     Util::String itsOldestKey;
+    /// @}
 
 protected:
+    /// What the object is while it is whole.
     enum Kind : signed char { kNeither, kServer, kClient };
 
     /// Set by the derived constructors and taken back by their destructors.

@@ -32,13 +32,20 @@ public:
     /// Takes the flow over, and the identity of the other one with it.
     void join(InteractionStub* other);
 
+    /// @{
+    /// The first read makes an id where none came with a header or a join, on whatever thread.
     Util::String& getFlowID() override;
     Util::String& getInteractionID() override;
+    /// @}
+    /// What came with the header; NIL for none.
     const Util::String& getUpstreamInteractionID() override;
+    /// The decision for servers of this URL and operation name.
     EntryRef loadConfig() override;
+    /// Takes the decision's checkpoint names as well.
     void loadFromCacheData(const ConfigEntry* entry) override;
     /// As it stands, or computed if it is empty and the configuration wants it.
     Util::String& _getPathID(bool asIs) override;
+    /// Sets the baseline of the flow's checkpoints to the start of this call.
     void prepareCheckpoints() override;
 
     /// The text of a field that another thread may be filling; null until it is there. It stays

@@ -17,18 +17,23 @@ namespace Quenvale::Interceptor::SDK::IO {
 /// most 1 MiB here: what is on the other side of a socket has no say over more memory than that.
 class QZ_API BufferedInputStream final : public InputStream {
 public:
+    /// As init().
     BufferedInputStream(InputStream* source, int size) { init(source, size); }
 
-    /// Starts anew on `source`, with a buffer of `size` bytes.
+    /// Starts anew on `source`, with a buffer of `size` bytes. IllegalArgumentException for a null
+    /// source and for a size below 1.
     void init(InputStream* source, int size);
 
     using InputStream::read;
+    /// An APIException for a null buffer or a negative number. Otherwise as InputStream; 0 for 0
+    /// bytes.
     int read(unsigned char* buffer, int offset, int length) override;
     /// Closes the source too, whose failure is swallowed.
     void closeStream() override;
     /// What the source has, plus what is buffered.
     int available() override;
 
+    /// As grown so far, in bytes.
     int bufferSize() const { return itsSize; }
 
 private:

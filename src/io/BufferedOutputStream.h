@@ -12,11 +12,14 @@ namespace Quenvale::Interceptor::SDK::IO {
 /// they stay waiting, so the caller gives the stream up.
 class QZ_API BufferedOutputStream final : public OutputStream {
 public:
+    /// As init().
     BufferedOutputStream(OutputStream* sink, int size) { init(sink, size); }
 
-    /// Starts anew on `sink`, with an empty buffer of `size` bytes.
+    /// Starts anew on `sink`, with an empty buffer of `size` bytes. IllegalArgumentException for a
+    /// null sink and for a size below 1.
     void init(OutputStream* sink, int size);
 
+    /// An APIException for a null buffer or a negative number, an IOException once closed.
     void write(unsigned char* buffer, int offset, int length) override;
     /// Writes to the sink even when nothing waits, and flushes it.
     void flush() override;

@@ -9,11 +9,14 @@ namespace Quenvale::Interceptor::SDK::IO {
 /// until closeStream() releases them, if they are owned. Destruction alone releases nothing.
 class QZ_API ByteArrayInputStream final : public InputStream {
 public:
+    /// The bytes must stay until the stream is done with.
     explicit ByteArrayInputStream(Util::ByteArray content)
         : itsContent(content), itsCount(content.length) {}
 
     using InputStream::read;
+    /// An APIException for a null buffer or a negative number.
     int read(unsigned char* buffer, int offset, int length) override;
+    /// Releases the bytes if the record owns them.
     void closeStream() override;
     int available() override;
 

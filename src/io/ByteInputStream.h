@@ -12,11 +12,14 @@ public:
     /// Takes over `data`, a block from new[], unless it throws.
     ByteInputStream(unsigned char* data, int length) { initBuffer(data, length); }
 
-    /// Starts anew on a further block, which it takes over in place of the former one.
+    /// Starts anew on a further block, which it takes over in place of the former one. An
+    /// APIException for null and for a length below 1, an IOException once closed.
     void initBuffer(unsigned char* data, int length);
 
     using InputStream::read;
+    /// An APIException for a null buffer.
     int read(unsigned char* buffer, int offset, int length) override;
+    /// Releases the block.
     void closeStream() override;
     int available() override;
 

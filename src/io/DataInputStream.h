@@ -21,6 +21,7 @@ class QZ_API DataInputStream final : public InputStream {
 public:
     /// A piece of a block while the block is read. It does not own the bytes.
     struct ChunkData {
+        /// Keeps both.
         ChunkData(int size, unsigned char* bytes) : length(size), data(bytes) {}
         ~ChunkData() {
             length = 0;
@@ -29,10 +30,11 @@ public:
         ChunkData(const ChunkData&) = delete;
         ChunkData& operator=(const ChunkData&) = delete;
 
-        int length;
-        unsigned char* data;
+        int length;           // bytes
+        unsigned char* data;  // Borrowed.
     };
 
+    /// Not null.
     explicit DataInputStream(InputStream* in) : itsSource(in) {}
 
     using InputStream::read;

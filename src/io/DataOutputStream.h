@@ -9,10 +9,10 @@ namespace Quenvale::Interceptor::SDK::IO {
 
 /// The writing side of the agent protocol's typed layer: unsigned integers, texts and byte blocks.
 ///
-///   unsigned   7 bits to a byte, low group first, bit 7 set on every byte but the last
-///   text       0 for NIL; otherwise the length plus one, and the bytes
-///   block      0 for null, 1 for no bytes; otherwise the first piece's length plus one, its bytes,
-///              further pieces (length, bytes), and 0
+///     unsigned   7 bits to a byte, low group first, bit 7 set on every byte but the last
+///     text       0 for NIL; otherwise the length plus one, and the bytes
+///     block      0 for null, 1 for no bytes; otherwise the first piece's length plus one, its
+///                bytes, further pieces (length, bytes), and 0
 ///
 /// A stream is in plain mode until writeBytes() hands out a Chunk, and again once that Chunk is
 /// closed. In between, every other write and flush() is refused.
@@ -50,17 +50,23 @@ public:
         int itsCapacity;
     };
 
-    explicit DataOutputStream(OutputStream* out);
+    explicit DataOutputStream(OutputStream* out);  // Not null.
 
+    /// @{
+    /// Passes on to the sink, without any encoding.
     void write(unsigned char* buffer, int offset, int length) override;
     void flush() override;
+    /// @}
+    /// Closes the sink too; a failure of that leaves this stream open. Nothing is flushed.
     void closeStream() override;
 
-    /// One to five bytes. A negative value is refused.
+    /// One to five bytes. A negative value is an IOException "Invalid unsigned value: ".
     void writeUnsignedInt(int value);
+    /// The same, to any stream.
     static void writeUnsignedInt(OutputStream* stream, int value);
+    /// A text. It is not converted: its bytes go out as they stand.
     void writeUTF(const Util::String& text);
-    /// The whole block in one piece.
+    /// The whole block in one piece; null is the null block, and a negative length an IOException.
     void writeBytes(unsigned char* data, int length);
     /// Opens a block of unknown size. The caller closes and deletes the Chunk.
     Chunk* writeBytes();

@@ -18,6 +18,7 @@ public:
 
     /// The number of bytes put at buffer + offset, which may be less than asked for; -1 at the end.
     virtual int read(unsigned char* buffer, int offset, int length) = 0;
+    /// Ends the use of the stream; most streams close what they wrap too, which each of them says.
     virtual void closeStream() = 0;
     /// What can be read without waiting; a negative value when the source is broken.
     virtual int available() = 0;
@@ -32,7 +33,7 @@ protected:
     InputStream() = default;
     ~InputStream() = default;
 
-    bool closed = false;
+    bool closed = false;  // closeStream() was called.
 };
 
 }  // namespace Quenvale::Interceptor::SDK::IO

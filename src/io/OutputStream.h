@@ -17,15 +17,18 @@ public:
 
     /// The low byte of `value`, through write().
     virtual void writeByte(int value);
+    /// All `length` bytes from buffer + offset, or an exception; what it wrote until then stays.
     virtual void write(unsigned char* buffer, int offset, int length) = 0;
+    /// Hands on what the stream holds back, through all streams below.
     virtual void flush() = 0;
+    /// Ends the use of the stream, without a flush; a second call does nothing.
     virtual void closeStream() = 0;
 
 protected:
     OutputStream() = default;
     ~OutputStream() = default;
 
-    bool closed = false;
+    bool closed = false;  // closeStream() was called.
 };
 
 }  // namespace Quenvale::Interceptor::SDK::IO

@@ -17,10 +17,12 @@ namespace Quenvale::Interceptor::SDK::IO {
 /// Errors:    an APIException for a negative argument, an IOException after closeStream().
 class QZ_API SocketInputStream final : public InputStream {
 public:
+    /// Null counts as closed.
     explicit SocketInputStream(Util::Socket* socket) : itsSocket(socket) {}
 
     using InputStream::read;
     int read(unsigned char* buffer, int offset, int length) override;
+    /// Forgets the socket, which stays open.
     void closeStream() override;
     int available() override;
 

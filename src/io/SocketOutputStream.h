@@ -14,10 +14,14 @@ namespace Quenvale::Interceptor::SDK::IO {
 ///            be on the wire then, so the caller drops the connection.
 class QZ_API SocketOutputStream final : public OutputStream {
 public:
+    /// Null counts as closed.
     explicit SocketOutputStream(Util::Socket* socket) : itsSocket(socket) {}
 
+    /// Waits until the system has taken all bytes.
     void write(unsigned char* buffer, int offset, int length) override;
+    /// Does nothing.
     void flush() override;
+    /// Forgets the socket, which stays open.
     void closeStream() override;
 
 private:

@@ -24,10 +24,12 @@ class Interaction;
 ///            comes out wrong is logged, and the event is handed out as it is.
 class QZ_API AgentEvent {
 public:
-    static constexpr unsigned char AGENT_EVENT_TYPE = 0;
+    static constexpr unsigned char AGENT_EVENT_TYPE = 0;  // Absent from the event, being 0.
     /// The content type that an interceptor gives never reaches the agent.
     static const Util::String& DEFAULT_PAYLOAD_CONTENT_TYPE;
 
+    /// Null makes serialize() give nothing. With separatePayload the payload is no part of the
+    /// event.
     AgentEvent(Interaction* interaction, bool firstFlag, bool separatePayload);
 
     /// The event in one block of the exact size. With a separate payload itsPayloadCopy is set.
@@ -40,18 +42,18 @@ public:
     /// do not change the length; one that reaches the payload's end aborts the process.
     static int addOptionalDataOnly(Util::ByteArray& out, const Util::ByteArray* message, int pos);
 
-    Interaction* itsInteraction;
-    bool itsFirstFlag;  // Stored and never read.
-    long long itsOptionalMask = 0;
-    int itsPos = 1;        // Byte 0 is for the flags.
-    int itsEventSize = 0;  // Without the payload.
-    int itsTotalSize = 0;  // With it, also where it travels separately.
-    bool itsSeparatePayload;
+    Interaction* itsInteraction;                 // Borrowed.
+    bool itsFirstFlag;                           // Stored and never read.
+    long long itsOptionalMask = 0;               // A bit for each field that is there.
+    int itsPos = 1;                              // Byte 0 is for the flags.
+    int itsEventSize = 0;                        // Without the payload.
+    int itsTotalSize = 0;                        // With it, also where it travels separately.
+    bool itsSeparatePayload;                     // As given.
     Util::ByteArray* itsEventPayload = nullptr;  // Borrowed; null when there is none.
     Util::ByteArray itsPayloadCopy;              // The separate payload, once serialized.
     const Util::String* itsOtherOpID = nullptr;  // Borrowed; null while it is the own operation id.
-    const Util::String& itsContentType = DEFAULT_PAYLOAD_CONTENT_TYPE;
-    bool itsIsClient;
+    const Util::String& itsContentType = DEFAULT_PAYLOAD_CONTENT_TYPE;  // Not sent.
+    bool itsIsClient;                                                   // All but a whole server.
 
 private:
     template <class Walk>

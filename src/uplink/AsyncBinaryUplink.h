@@ -75,6 +75,7 @@ public:
     /// Whether the uplink's diagnostics go out, at whatever level each of them has.
     static bool debugOn();
 
+    /// @cond
 protected:
     /// Everything but the threads. `params` is borrowed for the life of the object.
     explicit AsyncBinaryUplink(const UplinkParameters::Values& params);
@@ -183,6 +184,7 @@ private:
     void keepAgentID(const unsigned char* bytes, int length);
     void writeCredentials(IO::DataOutputStream& out, const unsigned char* id, int length);
     void writeAgentID(IO::DataOutputStream& out, int length);
+    /// @endcond
 };
 
 }  // namespace Quenvale::Interceptor::SDK

@@ -13,7 +13,7 @@ struct QZ_API ByteArray {
         int position;      // index into the payload
         int length;        // bytes
         signed char fill;  // what stands there instead
-        Region* extra;
+        Region* extra;     // The next one; null at the end.
     };
 
     ByteArray() : ByteArray(nullptr, 0, true) {}
@@ -25,10 +25,10 @@ struct QZ_API ByteArray {
     /// Releases what is owned and leaves an empty, owning record.
     void releaseContent();
 
-    unsigned char* data;
-    int length;  // bytes
-    bool owned;  // `data` goes by delete[]
-    Region* extra = nullptr;
+    unsigned char* data;      // Null for none.
+    int length;               // bytes
+    bool owned;               // `data` goes by delete[]
+    Region* extra = nullptr;  // Owned, whatever `owned` says.
 };
 
 }  // namespace Quenvale::Interceptor::SDK::Util

@@ -13,11 +13,13 @@ namespace Quenvale::Interceptor::SDK::Util {
 /// whose read began with a zero byte counts as NIL.
 class QZ_API ByteStreamReader final : public StreamReader {
 public:
+    /// Null gives a reader without a source.
     explicit ByteStreamReader(IO::InputStream* source) : itsSource(source) {}
 
     void closeReader() override;
     /// True when the source has bytes; lines that were read ahead don't count.
     explicit operator bool() const override;
+    /// NIL without a source and after closeReader(). What the stream throws passes through.
     String ReadLine() override;
 
 private:

@@ -15,15 +15,20 @@ public:
     /// The one instance; null until init(). Never deleted.
     static Clock* TheClock;
 
+    /// With so many units to a second, which _convertToMicro() converts to; init() takes a million.
     explicit Clock(long long resolution);
 
+    /// Makes the one instance. Runs while the library loads.
     static void init();
 
+    /// Wall clock, in ms since 1970.
     static long long _currentTimeMillis();
+    /// Wall clock in ticks; it follows changes of the system's time.
     static long long _getCounter();
-    static long long _getFrequency();
-    static long long _elapsed(long long start);
+    static long long _getFrequency();            // 1,000,000.
+    static long long _elapsed(long long start);  // Ticks since `start`.
 
+    /// Ticks as microseconds, towards zero.
     long long _convertToMicro(long long ticks) const;
 
     /// Whole units: 0 minutes, 1 seconds, 2 milliseconds, 3 microseconds; 0 for any other unit.

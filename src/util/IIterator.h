@@ -8,8 +8,11 @@ template <class T>
 class IIterator {
 public:
     virtual ~IIterator() = default;
+    /// Whether next() has an element to give.
     virtual bool hasNext() = 0;
+    /// The present element, in place, and a step behind it.
     virtual T& next() = 0;
+    /// The element that next() would give, without the step.
     virtual T& get() = 0;
     /// Removes the element that next() returned last.
     virtual void remove() = 0;

@@ -13,21 +13,24 @@ namespace Quenvale::Interceptor::SDK::Util {
 template <class T>
 class List : public Collection, public IList<T> {
 public:
+    /// One place in the list, with its element.
     struct Node : Pooled {
+        /// Not linked anywhere.
         Node(const T& item, int mode) : data(item), freeMode(mode) {}
         ~Node() { Free<T>(freeMode, data); }
         Node(const Node&) = delete;
         Node& operator=(const Node&) = delete;
 
-        T data;
-        Node* prev = nullptr;
-        Node* next = nullptr;
-        int freeMode;
+        T data;                // A copy.
+        Node* prev = nullptr;  // Null at the head.
+        Node* next = nullptr;  // Null at the tail.
+        int freeMode;          // What happens to the element when the node goes.
     };
 
     /// Stands before the node that next() will return; null is the place behind the end.
     class Iterator : public IIterator<T>, public Pooled {
     public:
+        /// Stands at the head.
         explicit Iterator(List* list) : itsList(list), itsCurrent(list->itsHead) {}
 
         bool hasNext() override { return itsCurrent != nullptr; }
@@ -37,6 +40,7 @@ public:
             Node* last = itsCurrent == nullptr ? itsList->itsTail : itsCurrent->prev;
             if (last != nullptr) itsList->eraseNode(last);
         }
+        /// The node that next() would return; null behind the end.
         virtual Node* getNode() { return itsCurrent; }
         /// Returns the current node and steps forward; from behind the end it steps to the head.
         virtual Node* nextNode() {
@@ -61,6 +65,7 @@ public:
         Node* itsCurrent;
     };
 
+    /// Of a list of pointers: 0 leaves what they lead to alone, 1 frees it, 2 deletes it.
     explicit List(int freeMode) : itsFreeMode(freeMode) {}
     ~List() override { List::clear(); }
     List(const List&) = delete;
@@ -80,27 +85,35 @@ public:
     /// Appends. True when the element became the head; so does addToHead().
     bool add(const T& item) override { return addEx(item) == itsHead; }
     IIterator<T>* iterator() override { return iteratorEx(); }
+    /// As iterator(), with the operations of a list.
     virtual Iterator* iteratorEx() { return new Iterator(this); }
+    /// A copy in front of the first element.
     virtual bool addToHead(const T& item) {
         linkBefore(new Node(item, itsFreeMode), itsHead);
         return true;
     }
+    /// A copy behind the last element; the result is its node.
     virtual Node* addEx(const T& item) {
         Node* node = new Node(item, itsFreeMode);
         linkBefore(node, nullptr);
         return node;
     }
+    /// The node is one of this list.
     virtual void moveToTail(Node* node) {
         if (node == itsTail) return;
         unlink(node);
         linkBefore(node, nullptr);
     }
+    /// @{
+    /// Removes and deletes one end; nothing in an empty list.
     virtual void eraseHead() {
         if (itsHead != nullptr) eraseNode(itsHead);
     }
     virtual void eraseTail() {
         if (itsTail != nullptr) eraseNode(itsTail);
     }
+    /// @}
+    /// Null in an empty list.
     virtual Node* getHead() { return itsHead; }
     /// For texts a node matches when it is the very object given or when the texts are equal.
     virtual bool contains(const T& item) {
@@ -116,11 +129,11 @@ public:
     }
 
 protected:
-    Node* itsHead = nullptr;
-    Node* itsTail = nullptr;
-    int itsFreeMode;
-    int itsCount = 0;
-    T itsBlank = blankItem<T>();
+    Node* itsHead = nullptr;      // Null in an empty list.
+    Node* itsTail = nullptr;      // Null in an empty list.
+    int itsFreeMode;              // Given to each new node.
+    int itsCount = 0;             // Elements.
+    T itsBlank = blankItem<T>();  // What stands for an element that isn't there.
 
 private:
     void unlink(Node* node) {

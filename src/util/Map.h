@@ -28,11 +28,13 @@ QZ_API extern const unsigned long ourBucketSeed;
 template <class T>
 class Map : public Collection {
 public:
-    using Entry = Pair<T>;
-    using EntryNode = typename List<Entry*>::Node;
+    using Entry = Pair<T>;                          // A key and its value.
+    using EntryNode = typename List<Entry*>::Node;  // An entry's place in the order.
 
+    /// A walk over the entries in their order.
     class Iterator : public IIterator<Entry*>, public Pooled {
     public:
+        /// Stands at the first entry.
         explicit Iterator(Map* map) : itsMap(map), itsEntries(map->itsEntryList) {}
 
         bool hasNext() override { return itsEntries.hasNext(); }
@@ -47,9 +49,11 @@ public:
             itsLast = nullptr;
             itsMap->erase(key);
         }
+        /// @{
         /// Of the entry that next() will return. There must be one.
         virtual String& getKey() { return itsEntries.get()->key; }
         virtual T& getVal() { return itsEntries.get()->value; }
+        /// @}
 
     private:
         Map* itsMap;
@@ -57,6 +61,8 @@ public:
         EntryNode* itsLast = nullptr;
     };
 
+    /// A freeMode as for List. The map grows with its entries, but above a maxSize it drops the
+    /// head.
     explicit Map(int freeMode = 2, int useLRU = 0, int maxSize = 0)
         : itsFreeMode(freeMode), itsUseLRU(useLRU), itsMaxSize(maxSize) {
         makeBuckets(kInitialBuckets);
@@ -73,6 +79,9 @@ public:
     Map(const Map&) = delete;
     Map& operator=(const Map&) = delete;
 
+    /// @{
+    /// The value, in place, or the blank item; what is written into that stands in for later
+    /// misses.
     virtual T& find(const String& key) { return find(key.c_str()); }
     virtual T& find(const char* key) {
         EntryNode* node = search(key, hashOf(key));
@@ -80,6 +89,8 @@ public:
         if (itsUseLRU == 1) itsEntryList->moveToTail(node);
         return node->data->value;
     }
+    /// @}
+    /// Does not count as a use, which find() does with useLRU.
     virtual bool hasKey(const String& key) {
         return search(key.c_str(), hashOf(key.c_str())) != nullptr;
     }
@@ -89,15 +100,20 @@ public:
             if (isSameItem(node->data->value, value)) return true;
         return false;
     }
+    /// @{
+    /// Removes the entry and disposes of its value. False when there is none.
     virtual bool erase(const String& key) { return erase(key.c_str()); }
-    /// True when something was removed. The entry is unlinked through its node, so that the cost
-    /// does not grow with the map.
+    /// True when something was removed. The cost does not grow with the map.
     virtual bool erase(const char* key) {
         EntryNode* node = search(key, hashOf(key));
         if (node == nullptr) return false;
         dropEntry(node);
         return true;
     }
+    /// @}
+    /// @{
+    /// A copy under a copy of the key. A value that stands there already is disposed of and
+    /// replaced, in its place in the order.
     virtual void insert(const String& key, const T& value) { insert(key.c_str(), value); }
     virtual void insert(const char* key, const T& value) {
         const unsigned long hash = hashOf(key);
@@ -114,7 +130,10 @@ public:
         static_cast<void>(entry.release());
         addNode(node);
     }
+    /// @}
+    /// As insert().
     virtual void put(const String& key, const T& value) { insert(key.c_str(), value); }
+    /// Inserts all entries of `other` in their order.
     virtual void putAll(Map* other) {
         for (EntryNode* node = other->itsEntryList->getHead(); node != nullptr; node = node->next)
             insert(node->data->key.c_str(), node->data->value);
@@ -126,19 +145,30 @@ public:
         result->putAll(this);
         return result;
     }
+    /// Whether there is no entry.
     virtual bool empty() { return itsSize == 0; }
+    /// Disposes of all entries; the buckets stay.
     virtual void clear() {
         std::memset(itsBuckets, 0, static_cast<std::size_t>(itsBucketCount) * sizeof(*itsBuckets));
         itsEntryList->clear();
         itsSize = 0;
     }
+    /// The number of entries.
     virtual int size() { return itsSize; }
+    /// @{
+    /// As find(): a key that isn't there is not inserted.
     virtual T& operator[](const String& key) { return find(key.c_str()); }
     virtual T& operator[](const char* key) { return find(key); }
+    /// @}
+    /// As iterator(), with the operations of a map.
     virtual Iterator* iteratorEx() { return new Iterator(this); }
+    /// A walk from the first entry, which the caller deletes. Only remove() of its own may change
+    /// the map meanwhile.
     virtual IIterator<Entry*>* iterator() { return new Iterator(this); }
+    /// The entries in their order, for reading; the map's own list.
     virtual List<Entry*>* getEntryList() { return itsEntryList; }
 
+    /// 16 at first, or what the constructor took from the other map.
     int bucketCount() const { return itsBucketCount; }
 
     /// The hash of a key modulo so many; 0 stands for the present number of buckets. Which bucket

@@ -40,7 +40,7 @@ public:
     /// The names of each peer that was asked for, by the text of its address. The list is null for
     /// a peer that could not be resolved.
     static Map<DNSList*>& ourHostAddrs QZ_GUARDED_BY(ourHostAddrsLock);
-    static qzmutex& ourHostAddrsLock;
+    static qzmutex& ourHostAddrsLock;  // Guards ourHostAddrs.
 };
 
 /// The official name of a peer, then its aliases.
@@ -52,9 +52,10 @@ public:
     DNSList(const DNSList&) = delete;
     DNSList& operator=(const DNSList&) = delete;
 
+    /// Releases the names.
     void clear();
 
-    char** itsNames;
+    char** itsNames;  // Null for none.
 };
 
 }  // namespace Quenvale::Interceptor::SDK::Util

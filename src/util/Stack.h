@@ -8,8 +8,10 @@ namespace Quenvale::Interceptor::SDK::Util {
 template <class T>
 class Stack : public List<T> {
 public:
+    /// As for List.
     explicit Stack(int freeMode) : List<T>(freeMode) {}
 
+    /// A copy, on top.
     virtual void push(const T& item) { this->add(item); }
     /// The top, or the blank item of an empty stack.
     virtual T& peek() { return this->itsTail == nullptr ? this->itsBlank : this->itsTail->data; }

@@ -13,6 +13,7 @@ public:
     StreamReader(const StreamReader&) = delete;
     StreamReader& operator=(const StreamReader&) = delete;
 
+    /// Closes the source; nothing a second time.
     virtual void closeReader() = 0;
     /// True when the source can be read.
     virtual explicit operator bool() const = 0;

@@ -16,6 +16,7 @@ namespace Quenvale::Interceptor::SDK::Util {
 template <class T>
 class Vector : public Collection, public IList<T> {
 public:
+    /// A freeMode as for List; a capacity below 0 counts as 0.
     Vector(int freeMode, int capacity) : itsFreeMode(freeMode) {
         grow(capacity < 0 ? 0 : capacity);
     }
@@ -24,6 +25,7 @@ public:
     Vector& operator=(const Vector&) = delete;
 
     bool empty() override { return itsSize == 0; }
+    /// The storage goes too.
     void clear() override {
         if (itsFreeMode != 0)
             for (int i = 0; i < itsSize; ++i) Free<T>(itsFreeMode, itsItems[i]);
@@ -31,13 +33,18 @@ public:
         itsSize = 0;
     }
     int size() override { return itsSize; }
+    /// A copy behind the last element; always true.
     bool add(const T& item) override {
         insert(itsSize, item);
         return true;
     }
+    /// Always null.
     IIterator<T>* iterator() override { return nullptr; }
+    /// @{
+    /// The element, in place.
     virtual T& at(int index) { return itsItems[index]; }
     virtual T& get(int index) { return itsItems[index]; }
+    /// @}
     /// Stores without disposing of what a pointer element led to. At or behind the end the size
     /// becomes index + 1.
     virtual void set(int index, const T& item) {
@@ -71,6 +78,7 @@ public:
         }
     }
 
+    /// Elements that there is room for.
     int capacity() const { return itsCapacity; }
 
 private:

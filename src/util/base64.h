@@ -4,6 +4,7 @@
 
 namespace Quenvale::Interceptor::SDK::Util {
 
+/// The alphabet; a character's place is its value.
 inline constexpr char base64_chars[] =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 

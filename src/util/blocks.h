@@ -6,6 +6,7 @@
 
 namespace Quenvale::Interceptor::SDK::Util {
 
+/// @file
 /// Memory for what a report makes and drops again: texts, records, nodes, events. Every block is
 /// a plain malloc block of its own, so it may also end in free(), and a block from malloc or
 /// strdup may end in release(). In front of malloc stands a small cache for each thread, bounded
@@ -22,10 +23,12 @@ QZ_API void* allocate(std::size_t bytes) noexcept;
 /// The same, zeroed.
 QZ_API void* allocateZeroed(std::size_t bytes) noexcept;
 
+/// @{
 /// Gives a block back that isn't null. The second form is for one that allocate() gave for so many
 /// bytes, and saves asking the block for its size.
 QZ_API void releaseBlock(void* block) noexcept;
 QZ_API void releaseBlock(void* block, std::size_t bytes) noexcept;
+/// @}
 
 /// Gives a block back. Null does nothing, and most texts of a call are null.
 inline void release(void* block) noexcept {
@@ -37,8 +40,11 @@ QZ_API char* duplicate(const char* text, std::size_t length) noexcept;
 
 /// Base of the classes that a report makes: their objects come from allocate().
 struct Pooled {
+    /// From allocate(); std::bad_alloc where there is no memory.
     QZ_API static void* operator new(std::size_t bytes);
+    /// Into memory of the caller's.
     static void* operator new(std::size_t, void* place) noexcept { return place; }
+    /// Back to the cache.
     static void operator delete(void* block, std::size_t bytes) noexcept {
         if (block != nullptr) releaseBlock(block, bytes);
     }

@@ -14,47 +14,56 @@ namespace Quenvale::Interceptor::SDK::Util {
 /// for APIException* does not meet them.
 class QZ_API APIException {
 public:
+    /// The code is kept for whoever reads it; the library gives none.
     explicit APIException(String message, int code = 0)
         : itsMessage(std::move(message)), itsCode(code) {}
 
+    /// The whole text, with the class's prefix where it has one.
     const String& getMessage() const { return itsMessage; }
+    /// 0 unless one was given.
     int getCode() const { return itsCode; }
 
 protected:
-    String itsMessage;
-    int itsCode;
+    String itsMessage;  // See getMessage().
+    int itsCode;        // See getCode().
 };
 
+/// A stream that can't go on. Its message begins with "IOException: ".
 class QZ_API IOException : private APIException {
 public:
+    /// `text` goes behind the prefix.
     explicit IOException(const String& text, int code = 0)
         : APIException(String("IOException: ") + text, code) {}
-    using APIException::getCode;
-    using APIException::getMessage;
+    using APIException::getCode;     // As in APIException.
+    using APIException::getMessage;  // As in APIException.
 };
 
 /// The end of a stream where more was due. It carries no message.
 class QZ_API EOFException : private APIException {
 public:
     EOFException() : APIException(String()) {}
-    using APIException::getCode;
-    using APIException::getMessage;
+    using APIException::getCode;     // As in APIException.
+    using APIException::getMessage;  // As in APIException.
 };
 
+/// A call that the object's state does not allow. Its message begins with "RuntimeException: ".
 class QZ_API RuntimeException : private APIException {
 public:
+    /// `text` goes behind the prefix.
     explicit RuntimeException(const String& text, int code = 0)
         : APIException(String("RuntimeException: ") + text, code) {}
-    using APIException::getCode;
-    using APIException::getMessage;
+    using APIException::getCode;     // As in APIException.
+    using APIException::getMessage;  // As in APIException.
 };
 
+/// An argument that makes no sense. Its message begins with "IllegalArgumentException: ".
 class QZ_API IllegalArgumentException : private APIException {
 public:
+    /// `text` goes behind the prefix.
     explicit IllegalArgumentException(const String& text, int code = 0)
         : APIException(String("IllegalArgumentException: ") + text, code) {}
-    using APIException::getCode;
-    using APIException::getMessage;
+    using APIException::getCode;     // As in APIException.
+    using APIException::getMessage;  // As in APIException.
 };
 
 /// Every throw of an exception object goes through here: one breakpoint finds them all, and one

@@ -8,6 +8,7 @@
 
 namespace Quenvale::Interceptor::SDK::Util {
 
+/// @file
 /// Unique ids that any process makes alone: 16 bytes, as text 24 characters that end in "==".
 ///
 ///     0 to 3    IPv4 address of the host in network order, 0 if it cannot be found
@@ -21,6 +22,7 @@ extern unsigned char* __base;               // The first 12 bytes; null if memor
 extern std::atomic<std::uint32_t> counter;  // The last 4 of the next id.
 extern qzmutex& itsLock;                    // Held while a base is made after load.
 
+/// A new id as text.
 QZ_API String newGuid();
 
 /// Stores a new id in 16 bytes.

@@ -7,6 +7,7 @@
 
 namespace Quenvale::Interceptor::SDK::Util {
 
+/// @file
 /// How groups, services, operations and paths get the short ids that events carry. Two processes
 /// that see the same name derive the same id without an exchange.
 ///
@@ -20,13 +21,13 @@ extern const String& PROVIDER_GROUP;  // "(provider)"
 
 // The caches own their values, which are malloc blocks.
 extern Map<const char*>& ourMD5HashCache;  // text to hash text
-extern qzmutex& ourMD5HashCacheLock;
-extern Map<const char*>& ourPathCache;  // path key to path id
-extern qzmutex& ourPathCacheLock;
+extern qzmutex& ourMD5HashCacheLock;       // Guards it.
+extern Map<const char*>& ourPathCache;     // path key to path id
+extern qzmutex& ourPathCacheLock;          // Guards it.
 extern Map<const char*>& ourUrlHostCache;  // URL to host
-extern qzmutex& ourUrlHostCacheLock;
+extern qzmutex& ourUrlHostCacheLock;       // Guards it.
 extern Map<const char*>& ourUrlPathCache;  // URL to canonical path
-extern qzmutex& ourUrlPathCacheLock;
+extern qzmutex& ourUrlPathCacheLock;       // Guards it.
 
 /// URI::md5hash through a cache.
 QZ_API String md5hash(const char* text);

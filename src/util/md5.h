@@ -15,14 +15,17 @@ namespace Quenvale::Interceptor::SDK::Util {
 /// Use:     Init, any number of Updates, Final. Final wipes the context.
 /// Threads: a context belongs to one thread at a time; there is no other state.
 struct Quenvale_MD5Context {
-    std::uint64_t state[4];
-    std::uint64_t count[2];  // bits so far, and what the published form counts above 32 bits
-    unsigned char buffer[64];
+    std::uint64_t state[4];    // The four words.
+    std::uint64_t count[2];    // bits so far, and what the published form counts above 32 bits
+    unsigned char buffer[64];  // What does not fill a block yet.
 };
 
+/// Begins a hash.
 QZ_API void Quenvale_MD5Init(Quenvale_MD5Context* context);
+/// Adds `length` bytes, of which nothing is kept.
 QZ_API void Quenvale_MD5Update(Quenvale_MD5Context* context, const unsigned char* input,
                                unsigned int length);
+/// Stores the hash, the low 32 bits of each word, low byte first.
 QZ_API void Quenvale_MD5Final(unsigned char digest[16], Quenvale_MD5Context* context);
 
 }  // namespace Quenvale::Interceptor::SDK::Util

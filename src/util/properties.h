@@ -9,6 +9,7 @@
 
 namespace Quenvale::Interceptor::SDK::Util {
 
+/// @file
 /// Properties, one on a line: a key, "=" or else ":", a value, with blanks trimmed around both. The
 /// first empty line ends them. A line without key or value is skipped, a later line with the same
 /// key replaces the value. There is no comment, no escape and no continuation.
@@ -16,6 +17,7 @@ namespace Quenvale::Interceptor::SDK::Util {
 /// Each form gives a new map that the caller owns, with as much in it as could be read. None lets
 /// an exception out for what it reads.
 
+/// Reads on from where the reader stands, and leaves it open.
 QZ_API Map<String>* loadProperties(StreamReader& reader);
 
 /// A file that can't be opened gives an empty map.

@@ -15,13 +15,13 @@ namespace Quenvale::Interceptor::SDK::Util {
 ///          can end up to a second early (see qzwait.h).
 class QZ_API qzevent {
 public:
-    qzevent(bool manualReset, bool signalled);
+    qzevent(bool manualReset, bool signalled);  // `signalled`: its first state.
     ~qzevent();
     qzevent(const qzevent&) = delete;
     qzevent& operator=(const qzevent&) = delete;
 
-    void signal();
-    void nonsignal();
+    void signal();     // Lets waiters through.
+    void nonsignal();  // Takes a signal back.
 
     /// 0 when the event was had, 258 when the time ran out.
     unsigned long wait(unsigned long timeout);

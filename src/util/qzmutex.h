@@ -20,7 +20,9 @@ public:
 
     /// False when the mutex could not be had; then there is nothing to unlock.
     bool lock() const QZ_ACQUIRE() { return pthread_mutex_lock(&itsMutex) == 0; }
+    /// As lock(), but false at once when another thread holds it.
     bool trylock() const QZ_TRY_ACQUIRE(true) { return pthread_mutex_trylock(&itsMutex) == 0; }
+    /// By the thread that holds it.
     void unlock() const QZ_RELEASE() { pthread_mutex_unlock(&itsMutex); }
 
     /// For pthread_cond_wait; the caller holds the lock exactly once.
@@ -34,6 +36,7 @@ private:
 /// Holds a lock for a scope. A lock that failed is not unlocked.
 class QZ_SCOPED_CAPABILITY MutexGuard {
 public:
+    /// Waits for the lock.
     explicit MutexGuard(const qzmutex& lock) QZ_ACQUIRE(lock)
         : itsLock(&lock), itIsLocked(lock.lock()) {}
     ~MutexGuard() QZ_RELEASE() {

@@ -23,21 +23,22 @@ class QZ_API URI {
 public:
     /// Registry-based (only reg_name is set) or server-based (host, and maybe the others).
     struct authority {
-        char* reg_name;
-        char* userinfo;
-        char* host;
+        char* reg_name;      // The whole authority.
+        char* userinfo;      // In front of the "@".
+        char* host;          // As it stands, its case too.
         std::uint16_t port;  // 0 if none; larger numbers wrap.
     };
 
     /// A part that is absent is null.
     struct parsedURI {
-        char* scheme;  // Lower case.
-        char* opaque;  // All behind the ":" where no "/" follows it; nothing else is set then.
-        authority* auth;
+        char* scheme;     // Lower case.
+        char* opaque;     // All behind the ":" where no "/" follows it; nothing else is set then.
+        authority* auth;  // None in a URL such as "file:/a".
         char** abs_path;  // The segments, ended by null.
-        char* query;
+        char* query;      // Behind the first "?".
     };
 
+    /// The parts of a URL, for freeparsedURI(); null for null and for one that is rejected.
     static parsedURI* parseURI(const char* uri);
 
     /// The record too. Null is ignored.
@@ -46,17 +47,26 @@ public:
     static void freeauthority(authority* auth);
     /// The entries up to the null, not the array.
     static void freeptrs(void** list);
+    /// @{
+    /// Sets all parts to null and the port to 0, releasing nothing. Null is ignored.
     static void nullparsedURI(parsedURI* parsed);
     static void nullauthority(authority* auth);
+    /// @}
 
-    /// `end` is the last character, not the one behind it.
+    /// The parts of an authority; null if it is rejected. `end` is the last character, not the one
+    /// behind it.
     static authority* verify_fill_authority(const char* start, const char* end);
-    /// `start` stands behind the leading "/", `end` is the last character.
+    /// The segments of a path, ended by null; null if it is rejected. `start` stands behind the
+    /// leading "/", `end` is the last character.
     static char** verify_chop_abspath(const char* start, const char* end);
 
+    /// One of "; / ? : @ & = + $ ,".
     static bool is_reserved(char c);
+    /// One of "- _ . ! ~ * ' ( )".
     static bool is_mark(char c);
+    /// A letter, a digit or a mark.
     static bool is_unreserved(char c);
+    /// A hexadecimal digit of either case.
     static bool is_hex(char c);
     /// Whether the text starts with "%" and two hex digits.
     static bool is_escaped(const char* text);
