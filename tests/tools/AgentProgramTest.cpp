@@ -78,6 +78,8 @@ TEST(Options, AreTakenInAnyOrder) {
                               "--quiet",
                               "--config",
                               "f",
+                              "--check-config",
+                              "g",
                               "--fault-on",
                               "events",
                               "--fault-refuse",
@@ -96,6 +98,7 @@ TEST(Options, AreTakenInAnyOrder) {
     EXPECT_EQ(options.controlPort, 5000);
     EXPECT_EQ(options.eventsPort, 0);
     EXPECT_EQ(options.configFile, "f");
+    EXPECT_EQ(options.checkFile, "g");
     EXPECT_EQ(options.faultsOn, Port::Events);
     EXPECT_EQ(options.faults.acceptByte, 0);
     EXPECT_EQ(options.faults.garbage, bytes("00 FF"));

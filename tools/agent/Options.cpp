@@ -81,6 +81,7 @@ Values valuesOf(Options& options) {
         {"--listen", [&](Text text) { return storeAddress(text, options); }},
         {"--events", [&](Text text) { return store(text, 65535, options.eventsPort); }},
         {"--config", [&](Text text) { return !(options.configFile = text).empty(); }},
+        {"--check-config", [&](Text text) { return !(options.checkFile = text).empty(); }},
         {"--id", [&](Text text) { return !(options.agentId = text).empty(); }},
         {"--fault-on", [&](Text text) { return storePort(text, options.faultsOn); }},
         {"--fault-accept-byte", [&](Text text) { return store(text, 255, faults.acceptByte); }},
@@ -129,6 +130,9 @@ configuration to them and shows each event that they send.
   --config FILE       push FILE as it stands, and again whenever it changes. By default a
                       built-in configuration that reports everything, payloads and paths too.
                       With --events as well, FILE is not adapted: it should name that port
+  --check-config FILE only say line by line how FILE is read as a configuration, and what in it
+                      will not do what its author thinks. The exit status is 0 when nothing is
+                      odd, 1 when something is, 2 when FILE can't be read
   --json              one JSON object a line
   --tree              each flow as a tree of its calls, in place of the events: when it seems
                       complete, when too many others go on, or at the end. With --json the

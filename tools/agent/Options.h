@@ -15,6 +15,7 @@ struct Options {
     int controlPort = 4848;
     std::optional<int> eventsPort;  // 0 is a free port
     std::string configFile;         // empty is the built-in configuration
+    std::string checkFile;          // empty unless a configuration is only to be checked
     std::string agentId = "qz-agent";
     bool json = false;
     bool quiet = false;

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "agent/AgentPeer.h"
+#include "agent/ConfigCheck.h"
 #include "agent/ConfigFile.h"
 #include "agent/Options.h"
 #include "agent/Printer.h"
@@ -23,6 +24,15 @@ constexpr long kLookInterval = 200L * 1000 * 1000;  // ns between looks at the c
 int complain(const std::string& error, int status) {
     std::fprintf(stderr, "qz-agent: %s\n", error.c_str());
     return status;
+}
+
+int checkConfig(const std::string& path) {
+    ConfigFile file(path);
+    const std::optional<std::string> text = file.read();
+    if (!text) return complain(file.error(), 2);
+    const ConfigCheck check(*text);
+    std::fputs(check.report.c_str(), stdout);
+    return check.isOdd ? 1 : 0;
 }
 
 /// One run of the program, from its options to its summary.
@@ -156,5 +166,6 @@ int main(int argc, char** argv) {
         std::fputs(QZAgent::usage(), stdout);
         return 0;
     }
+    if (!options.checkFile.empty()) return QZAgent::checkConfig(options.checkFile);
     return QZAgent::Run(options).run();
 }
