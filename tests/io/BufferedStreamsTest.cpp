@@ -2,17 +2,17 @@
 
 #include <climits>
 
-#include "harness/streams.h"
+#include "harness/bytes.h"
 #include "harness/thrown.h"
 #include "io/BufferedInputStream.h"
 #include "io/BufferedOutputStream.h"
+#include "io/TestInputStream.h"
+#include "io/TestOutputStream.h"
 
 namespace {
 
 using namespace Quenvale::Interceptor::SDK;
 using harness::bytesOf;
-using harness::Sink;
-using harness::Source;
 using harness::thrown;
 
 std::string read(IO::InputStream& in, int length) {
@@ -22,30 +22,30 @@ std::string read(IO::InputStream& in, int length) {
 }
 
 TEST(BufferedInputStream, OneReadOfTheSourceServesManyCalls) {
-    Source source("abcdefgh");
-    source.ready = 6;
+    IO::TestInputStream source("abcdefgh");
+    source.itsReady = 6;
     IO::BufferedInputStream in(&source, 16);
     EXPECT_EQ(read(in, 2), "ab");
     EXPECT_EQ(in.available(), 6 + 4);
     EXPECT_EQ(in.read(), 'c');
-    source.ready = -1;
+    source.itsReady = -1;
     EXPECT_EQ(read(in, 9), "def") << "a broken source still leaves what is buffered";
     EXPECT_EQ(read(in, 9), "<end>");
     EXPECT_EQ(in.available(), -1);
-    EXPECT_EQ(source.requests, std::vector<int>{6});
+    EXPECT_EQ(source.itsRequests, std::vector<int>{6});
 }
 
 TEST(BufferedInputStream, AnEndBehindBufferedBytesIsTheEnd) {
-    Source source("abc");
-    source.ready = 3;
+    IO::TestInputStream source("abc");
+    source.itsReady = 3;
     IO::BufferedInputStream in(&source, 16);
     EXPECT_EQ(read(in, 1), "a");
-    source.ready = 0;
+    source.itsReady = 0;
     EXPECT_EQ(read(in, 5), "<end>");
 
-    Source silent("abc");
-    silent.ready = 3;
-    silent.atEnd = 0;
+    IO::TestInputStream silent("abc");
+    silent.itsReady = 3;
+    silent.itsEnd = 0;
     in.init(&silent, 16);
     EXPECT_EQ(read(in, 1), "a");
     EXPECT_EQ(read(in, 5), "bc") << "a source that gives nothing has not ended";
@@ -65,22 +65,23 @@ TEST(BufferedInputStream, TheBufferGrowsWithTheDemandUpToALimit) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.why);
-        Source source(std::string(6000, 'x'));
-        source.ready = row.ready;
+        IO::TestInputStream source(std::string(6000, 'x'));
+        source.itsReady = row.ready;
         IO::BufferedInputStream in(&source, 2048);
         EXPECT_EQ(read(in, row.length), std::string(static_cast<unsigned>(row.length), 'x'));
-        EXPECT_EQ(source.requests, std::vector<int>{row.request});
+        EXPECT_EQ(source.itsRequests, std::vector<int>{row.request});
         EXPECT_EQ(in.bufferSize(), row.size);
         EXPECT_GE(in.available(), row.ready) << "the sum does not overflow";
     }
 }
 
 TEST(BufferedInputStream, CloseIsFinalAndSwallowsTheFailureBelow) {
-    Source source("abc");
+    IO::TestInputStream source("abc");
+    source.itFailsToClose = true;
     IO::BufferedInputStream in(&source, 4);
     in.closeStream();
     in.closeStream();
-    EXPECT_EQ(source.closes, 1);
+    EXPECT_EQ(source.itsCloses, 1);
     EXPECT_EQ(thrown([&] { in.read(); }), "IOException: stream is closed.");
     EXPECT_EQ(thrown([&] { in.available(); }), "IOException: stream is closed.");
 }
@@ -106,26 +107,26 @@ TEST(BufferedOutputStream, OnlyWhatFitsIsGathered) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.why);
-        Sink sink;
+        IO::TestOutputStream sink;
         IO::BufferedOutputStream out(&sink, 1024);
         for (const unsigned count : row.writes) write(out, x(count));
-        EXPECT_EQ(sink.calls, row.calls);
+        EXPECT_EQ(sink.itsCalls, row.calls);
     }
 }
 
 TEST(BufferedOutputStream, FlushSendsAndCloseDrops) {
-    Sink sink;
+    IO::TestOutputStream sink;
     IO::BufferedOutputStream out(&sink, 8);
     out.writeByte(0x141);
     out.flush();
     out.flush();
     write(out, "lost");
-    sink.failsToClose = true;
+    sink.itFailsToClose = true;
     EXPECT_EQ(thrown([&] { out.closeStream(); }), "IOException: no close");
-    sink.failsToClose = false;
+    sink.itFailsToClose = false;
     out.closeStream();
     out.closeStream();
-    EXPECT_EQ(sink.calls,
+    EXPECT_EQ(sink.itsCalls,
               (std::vector<std::string>{"A", "<flush>", "", "<flush>", "<close>", "<close>"}));
     EXPECT_EQ(thrown([&] { write(out, "x"); }), "IOException: stream is closed.");
     EXPECT_EQ(thrown([&] { out.flush(); }), "IOException: stream is closed.");
@@ -145,10 +146,10 @@ void expectRefusals(Stream& stream, Below& below, Move move) {
 }
 
 TEST(BufferedStreams, BothRefuseTheSameArguments) {
-    Source source("abc");
+    IO::TestInputStream source("abc");
     IO::BufferedInputStream in(&source, 8);
     expectRefusals(in, source, [&](auto... range) { in.read(range...); });
-    Sink sink;
+    IO::TestOutputStream sink;
     IO::BufferedOutputStream out(&sink, 8);
     expectRefusals(out, sink, [&](auto... range) { out.write(range...); });
 }

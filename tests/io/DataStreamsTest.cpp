@@ -4,25 +4,25 @@
 #include <functional>
 #include <memory>
 
-#include "harness/streams.h"
+#include "harness/bytes.h"
 #include "harness/thrown.h"
 #include "io/DataInputStream.h"
 #include "io/DataOutputStream.h"
+#include "io/TestInputStream.h"
+#include "io/TestOutputStream.h"
 
 namespace {
 
 using namespace Quenvale::Interceptor::SDK;
 using harness::bytesOf;
-using harness::Sink;
-using harness::Source;
 using harness::thrown;
 using std::string_literals::operator""s;
 
 std::string wire(const std::function<void(IO::DataOutputStream&)>& write) {
-    Sink sink;
+    IO::TestOutputStream sink;
     IO::DataOutputStream out(&sink);
     write(out);
-    return sink.wire;
+    return sink.itsBytes;
 }
 
 std::string repeat(int count, char c = 'x') {
@@ -50,14 +50,14 @@ TEST(DataStreams, UnsignedIntegersTakeAByteForSevenBits) {
         if (row.isWritten) {
             EXPECT_EQ(wire([&](auto& out) { out.writeUnsignedInt(row.value); }), row.bytes);
         }
-        Source source(row.bytes);
+        IO::TestInputStream source(row.bytes);
         IO::DataInputStream in(&source);
         EXPECT_EQ(in.readUnsignedInt(), row.value);
     }
-    Sink sink;
+    IO::TestOutputStream sink;
     EXPECT_EQ(thrown([&] { IO::DataOutputStream::writeUnsignedInt(&sink, -1); }),
               "IOException: Invalid unsigned value: -1");
-    EXPECT_EQ(sink.wire, "");
+    EXPECT_EQ(sink.itsBytes, "");
 }
 
 TEST(DataStreams, TextsKeepNilAndEmptyApart) {
@@ -67,22 +67,22 @@ TEST(DataStreams, TextsKeepNilAndEmptyApart) {
     } rows[] = {{nullptr, "\0"s}, {"", "\1"}, {"abc", "\4abc"}, {"\xE4", "\2\xE4"}};
     for (const auto& row : rows) {
         EXPECT_EQ(wire([&](auto& out) { out.writeUTF(row.text); }), row.bytes);
-        Source source(row.bytes);
-        source.portion = 1;
+        IO::TestInputStream source(row.bytes);
+        source.itsPortions = {1};
         IO::DataInputStream in(&source);
         EXPECT_EQ(in.readUTF(), row.text);
-        EXPECT_EQ(source.position, static_cast<int>(row.bytes.size()));
+        EXPECT_EQ(source.itsPosition, static_cast<int>(row.bytes.size()));
     }
 }
 
 // The block at the start of `bytes`, and what stays behind it.
 std::string block(const std::string& bytes, int portion = INT_MAX) {
-    Source source(bytes);
-    source.portion = portion;
+    IO::TestInputStream source(bytes);
+    source.itsPortions = {portion};
     IO::DataInputStream in(&source);
     int size = -7;
     const std::unique_ptr<unsigned char[]> data(in.readBytes(size));
-    EXPECT_EQ(source.position, static_cast<int>(bytes.size()));
+    EXPECT_EQ(source.itsPosition, static_cast<int>(bytes.size()));
     if (data == nullptr) return "null " + std::to_string(size);
     return std::to_string(size) + ":" +
            std::string(reinterpret_cast<char*>(data.get()), static_cast<unsigned>(size));
@@ -156,8 +156,8 @@ TEST(DataStreams, AValueThatBreaksOffOrCannotBeIsRefused) {
     for (const auto& row : rows) {
         for (const int atEnd : {-1, 0}) {
             SCOPED_TRACE(row.why);
-            Source source(row.bytes);
-            source.atEnd = atEnd;
+            IO::TestInputStream source(row.bytes);
+            source.itsEnd = atEnd;
             IO::DataInputStream in(&source);
             EXPECT_EQ(thrown([&] { row.read(in); }), row.error);
         }
@@ -198,7 +198,7 @@ TEST(DataStreams, AChunkSendsPiecesOfWhatWasStaged) {
 
 TEST(DataStreams, AnOpenChunkBarsItsParentAndAClosedOneEverything) {
     using Chunk = IO::DataOutputStream::Chunk;
-    Sink sink;
+    IO::TestOutputStream sink;
     IO::DataOutputStream out(&sink);
     unsigned char byte = 'x';
     const std::unique_ptr<Chunk> chunk(out.writeBytes());
@@ -217,27 +217,28 @@ TEST(DataStreams, AnOpenChunkBarsItsParentAndAClosedOneEverything) {
     const std::unique_ptr<Chunk> second(out.writeBytes());
     second->writeByte('y');
     second->closeStream();
-    EXPECT_EQ(sink.wire, "\0\2y\0"s);
+    EXPECT_EQ(sink.itsBytes, "\0\2y\0"s);
 }
 
 TEST(DataStreams, CloseReachesTheStreamBelow) {
-    Sink sink;
+    IO::TestOutputStream sink;
     IO::DataOutputStream out(&sink);
-    sink.failsToClose = true;
+    sink.itFailsToClose = true;
     EXPECT_EQ(thrown([&] { out.closeStream(); }), "IOException: no close");
-    sink.failsToClose = false;
+    sink.itFailsToClose = false;
     out.flush();
     out.closeStream();
     out.closeStream();
-    EXPECT_EQ(sink.calls, (std::vector<std::string>{"<close>", "<flush>", "<close>"}));
+    EXPECT_EQ(sink.itsCalls, (std::vector<std::string>{"<close>", "<flush>", "<close>"}));
     EXPECT_EQ(thrown([&] { out.writeByte(1); }), "IOException: stream is closed.");
     EXPECT_EQ(thrown([&] { out.writeBytes(); }), "IOException: stream is closed.");
 
-    Source source("abc");
+    IO::TestInputStream source("abc");
+    source.itFailsToClose = true;
     IO::DataInputStream in(&source);
     in.closeStream();
     in.closeStream();
-    EXPECT_EQ(source.closes, 1);
+    EXPECT_EQ(source.itsCloses, 1);
     EXPECT_EQ(thrown([&] { in.read(); }), "IOException: stream is closed.");
     EXPECT_EQ(thrown([&] { in.available(); }), "IOException: stream is closed.");
     EXPECT_EQ(thrown([&] { in.readUTF(); }), "IOException: stream is closed.");

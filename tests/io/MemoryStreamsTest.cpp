@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "harness/streams.h"
+#include "harness/bytes.h"
 #include "harness/thrown.h"
 #include "io/ByteArrayInputStream.h"
 #include "io/ByteInputStream.h"

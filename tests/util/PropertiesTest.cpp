@@ -5,14 +5,14 @@
 
 #include <memory>
 
-#include "harness/streams.h"
+#include "io/TestInputStream.h"
 #include "util/ByteStreamReader.h"
 #include "util/FileStreamReader.h"
+#include "util/exceptions.h"
 
 namespace {
 
 using namespace Quenvale::Interceptor::SDK;
-using harness::Source;
 using std::string_literals::operator""s;
 
 std::FILE* fileWith(const std::string& text) {
@@ -143,27 +143,28 @@ TEST(ByteStreamReader, LinesComeFromOneReadOrSeveral) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.why);
-        Source source(row.bytes);
-        source.portion = row.portion;
+        IO::TestInputStream source(row.bytes);
+        source.itsPortions = {row.portion};
         Util::ByteStreamReader reader(&source);
         EXPECT_EQ(lines(reader), row.read);
-        EXPECT_EQ(source.requests.size(), row.reads);
+        EXPECT_EQ(source.itsRequests.size(), row.reads);
     }
 }
 
 TEST(ByteStreamReader, OnlyTheSourceCountsAsReadable) {
-    Source source("a\nb\n");
-    source.ready = 4;
+    IO::TestInputStream source("a\nb\n");
+    source.itsReady = 4;
     Util::ByteStreamReader reader(&source);
     EXPECT_TRUE(static_cast<bool>(reader));
     EXPECT_EQ(reader.ReadLine(), "a");
-    source.ready = 0;
+    source.itsReady = 0;
     EXPECT_FALSE(static_cast<bool>(reader));
+    source.itFailsToClose = true;
     EXPECT_THROW(reader.closeReader(), Util::IOException*);
-    source.failsToClose = false;
+    source.itFailsToClose = false;
     reader.closeReader();
     reader.closeReader();
-    EXPECT_EQ(source.closes, 2);
+    EXPECT_EQ(source.itsCloses, 2);
     EXPECT_FALSE(static_cast<bool>(reader));
     EXPECT_EQ(reader.ReadLine().c_str(), nullptr);
 }
