@@ -16,10 +16,16 @@
 #include "interaction/ServerInteraction.h"
 #include "uplink/AgentEvent.h"
 #include "uplink/AsyncBinaryUplink.h"
+#include "uplink/SocketUplink.h"
 #include "util/Clock.h"
 #include "util/Socket.h"
 #include "util/guid.h"
 #include "util/identifiers.h"
+#include "xml/XMLReadStream.h"
+
+// The XML reader's, which needs nothing of what follows.
+const RofXML::Util::String& RofXML::XMLReadStream::theSeparators =
+    *new RofXML::Util::String(" \t\n\r");
 
 namespace Quenvale::Interceptor::SDK {
 
@@ -92,6 +98,8 @@ Util::qzmutex& Util::Socket::ourHostAddrsLock = *new qzmutex;
 // The uplink's parameters, from the environment.
 const UplinkParameters::Values& AsyncBinaryUplink::itsParams =
     *new UplinkParameters::Values(UplinkParameters::Values::read());
+const SocketUplink::Params& SocketUplink::itsParams =
+    *new Params(Params::of(AsyncBinaryUplink::itsParams));
 
 // The bytes that open each connection to the agent, with their terminating zero.
 Util::ByteArray& AsyncBinaryUplink::itsProtocolHandshaking =
