@@ -118,6 +118,8 @@ public:
     void deinit();
 
     UplinkData* itsUplinkData = nullptr;
+    /// The C interface's record of this call, or null. Not owned.
+    void* itsRecord = nullptr;
     int itsRefCount = 1;
 
     /// How many entries on threads' stacks and in the key map lead here. The correlator keeps them.

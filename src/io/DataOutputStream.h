@@ -52,6 +52,10 @@ public:
 
     explicit DataOutputStream(OutputStream* out);
 
+    void writeByte(int value) override {
+        checkPlain();
+        sink()->writeByte(value);
+    }
     void write(unsigned char* buffer, int offset, int length) override;
     void flush() override;
     void closeStream() override;
@@ -66,8 +70,15 @@ public:
     Chunk* writeBytes();
 
 private:
-    void checkPlain() const;
-    OutputStream* sink() const;
+    void checkPlain() const {
+        if (itIsChunkOpen) refuseForChunk();
+    }
+    OutputStream* sink() const {
+        if (closed) refuseClosed();
+        return itsSink;
+    }
+    [[noreturn]] static void refuseForChunk();
+    [[noreturn]] static void refuseClosed();
 
     OutputStream* itsSink;                        // Borrowed; null once closed.
     std::unique_ptr<unsigned char[]> itsScratch;  // Part of the object; no encoding needs it.
