@@ -110,7 +110,8 @@ Undecideds undecided(unsigned count, const char* (*url)(unsigned), unsigned firs
 }
 
 int encodeRequest(SDK::Interaction& call) {
-    SDK::Util::ByteArray event = SDK::AgentEvent(&call, false, true).serialize();
+    unsigned char room[2048];
+    SDK::Util::ByteArray event = SDK::AgentEvent(&call, false, true).serialize(room, sizeof room);
     bench::use(*event.data);
     const int size = event.length;
     event.releaseContent();

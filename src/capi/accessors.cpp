@@ -2,6 +2,7 @@
 // and client records. A setter writes the record first and then the object, a getter reads the
 // record.
 #include <cstdlib>
+#include <cstring>
 
 #include "capi/records.h"
 #include "util/ByteArray.h"
@@ -72,9 +73,14 @@ void setText(Record* record, char** (*field)(InteractionStubStruct*), const char
     Interaction* object = objectOf(record);
     if (object == nullptr) return;
     const ErrnoKeeper keeper;  // A late value may be logged.
+    // Both copies first: the text may be the one that stands in the field.
+    const std::size_t length = text == nullptr ? 0 : std::strlen(text);
+    char* copy = Util::duplicate(text, length);
+    Util::String value(text, static_cast<unsigned int>(length));
     char** place = field(stubOf(record));
-    replaceText(place, text);
-    store(*object, Util::String(*place));
+    Util::release(*place);
+    *place = copy;
+    store(*object, std::move(value));
 }
 
 template <class Record>

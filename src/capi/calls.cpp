@@ -33,24 +33,24 @@ struct Client {
     }
 };
 
+// A second record of one object takes the first one's place.
 template <class Kind>
-typename Kind::Record* newRegisteredRecord(Interaction* object) {
+typename Kind::Record* newRecord(Interaction* object) {
     typename Kind::Record* record = Kind::from(object, nullptr);
-    registerRecord(object, record);
+    object->itsRecord = record;
     return record;
 }
 
 template <class Kind>
 typename Kind::Record* beginCall() {
     const ErrnoKeeper keeper;
-    return newRegisteredRecord<Kind>(
-        Interaction::begin(Util::String::NIL, Kind::kIsServer, 0, false));
+    return newRecord<Kind>(Interaction::begin(Util::String::NIL, Kind::kIsServer, 0, false));
 }
 
 template <class Kind>
 typename Kind::Record* createCall() {
     const ErrnoKeeper keeper;
-    return newRegisteredRecord<Kind>(Kind::create());
+    return newRecord<Kind>(Kind::create());
 }
 
 template <class Kind>
@@ -58,8 +58,8 @@ typename Kind::Record* getCall() {
     const ErrnoKeeper keeper;
     Interaction* object = Interaction::get(Util::String::NIL, !Kind::kIsServer);
     if (object == nullptr) return nullptr;
-    auto* record = static_cast<typename Kind::Record*>(findRecord(object));
-    return record == nullptr ? newRegisteredRecord<Kind>(object) : Kind::from(object, record);
+    auto* record = static_cast<typename Kind::Record*>(object->itsRecord);
+    return record == nullptr ? newRecord<Kind>(object) : Kind::from(object, record);
 }
 
 // The second step runs even when the first has just run it, so that a call that still has no group
@@ -77,7 +77,7 @@ void reportRequest(typename Kind::Record* record) {
     Kind::to(record, object);
     ensureDefaultGroupData(object);
     object->requestAnalyzed();
-    Kind::from(object, record);
+    refreshAnalyzed(object, stubOf(record));
 }
 
 template <class Kind>
@@ -93,7 +93,6 @@ void endCall(typename Kind::Record* record) {
         ensureDefaultGroupData(object);
     }
     object->end();
-    forgetRecord(object);
     stub->site->flow->impl = nullptr;
     delete object;
 }

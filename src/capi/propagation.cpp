@@ -49,7 +49,7 @@ ServerInteractionStruct* qz_beginServerSplit(SiteStubStruct* site) {
     ServerInteraction* object =
         ServerInteraction::begin(stub, Util::String::NIL, Util::String::NIL);
     ServerInteractionStruct* record = fromServerInteraction(object, nullptr);
-    registerRecord(object, record);
+    object->itsRecord = record;
     return record;
 }
 

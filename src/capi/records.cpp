@@ -3,8 +3,6 @@
 #include <cstddef>
 #include <cstdlib>
 
-#include "util/text.h"
-
 namespace Quenvale::Interceptor::SDK {
 
 static_assert(sizeof(FlowStubStruct) == 64 && offsetof(FlowStubStruct, impl) == 56);
@@ -25,17 +23,6 @@ static_assert(sizeof(InteractionStruct) == 8 && sizeof(ServerInteractionStruct) 
 static_assert(offsetof(PayloadStruct, size) == 8);
 
 namespace {
-
-class AddressKey {
-public:
-    explicit AddressKey(const Interaction* object) {
-        lltoa(reinterpret_cast<long long>(object), itsText, 16);
-    }
-    const char* text() const { return itsText; }
-
-private:
-    char itsText[kNumberText];
-};
 
 // Most pushes repeat what the object holds, and a text that is equal needs no new copy.
 inline void push(Util::String& field, const char* text) {
@@ -101,24 +88,6 @@ SiteStub* copyToSite(SiteStubStruct* record, SiteStub* object, bool isInRequestS
 }
 
 }  // namespace
-
-void registerRecord(const Interaction* object, void* record) {
-    const AddressKey key(object);
-    const Util::MutexGuard guard(ourStructMapLock);
-    ourStructMap.insert(key.text(), record);
-}
-
-void* findRecord(const Interaction* object) {
-    const AddressKey key(object);
-    const Util::MutexGuard guard(ourStructMapLock);
-    return ourStructMap.find(key.text());
-}
-
-void forgetRecord(const Interaction* object) {
-    const AddressKey key(object);
-    const Util::MutexGuard guard(ourStructMapLock);
-    ourStructMap.erase(key.text());
-}
 
 void replaceStr(char** target, const Util::String& value) {
     Util::release(*target);
@@ -282,12 +251,30 @@ ClientInteractionStruct* fromClientInteraction(ClientInteraction* object,
     return record;
 }
 
+void refreshAnalyzed(Interaction* object, InteractionStubStruct* record) {
+    SiteStubStruct* site = record->site;
+    FlowStubStruct* flow = site->flow;
+    assignStr(&record->debugInfo, object->itsDebugInfo);
+    record->size = object->itsMsgSize;
+    record->sizeC = object->itsSizeC;
+    record->state = object->itsState;
+    assignStr(&site->opID, object->itsOpID);
+    assignStr(&site->groupName, object->itsGroupName);
+    assignStr(&site->groupID, object->itsGroupID);
+    assignStr(&site->serviceID, object->itsServiceID);
+    site->appType = object->itsAppType;
+    site->svcType = object->itsSvcType;
+    assignStr(&flow->flowID, object->getFlowID());
+    assignStr(&flow->pathID, object->getPathID());
+    assignStr(&flow->pPathID, object->itsPPathID);
+}
+
 }  // namespace Quenvale::Interceptor::SDK
 
 using namespace Quenvale::Interceptor::SDK;
 
 char* qz_strdup(const char* text) {
-    return text == nullptr ? nullptr : ::strdup(text);
+    return Util::String::convert(text);
 }
 
 void qz_free(void* block) {

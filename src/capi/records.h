@@ -5,27 +5,17 @@
 #include "capi/QZInt-c.h"
 #include "interaction/ClientInteraction.h"
 #include "interaction/ServerInteraction.h"
-#include "util/Map.h"
-#include "util/qzmutex.h"
 
 /// The records of the C interface and their objects: the road from one to the other, and the two
 /// directions of copying. The calls that begin with `to` write from record to object, those that
 /// begin with `from` from object to record.
 ///
-/// Threads:   a record and its object belong to one thread at a time; the record map is locked.
+/// The object knows its record (`itsRecord`) and the record its object (`impl`).
+///
+/// Threads:   a record and its object belong to one thread at a time.
 /// Ownership: a record owns its texts. Of objects only the SiteStub of a stand-alone site record
 ///            belongs to its record.
 namespace Quenvale::Interceptor::SDK {
-
-/// The record of each interaction that has one, by the interaction's address in base 16.
-extern Util::Map<void*>& ourStructMap;
-extern Util::qzmutex& ourStructMapLock;  // Innermost: nothing is called while it is held.
-
-/// Enters or replaces the record of an interaction.
-void registerRecord(const Interaction* object, void* record);
-/// Null if the interaction has none.
-void* findRecord(const Interaction* object);
-void forgetRecord(const Interaction* object);
 
 /// Replaces the text of a field by a copy of the value, null for an empty one.
 void replaceStr(char** target, const Util::String& value);
@@ -82,6 +72,10 @@ ServerInteractionStruct* fromServerInteraction(ServerInteraction* object,
 void toClientInteraction(ClientInteractionStruct* record, ClientInteraction* object);
 ClientInteractionStruct* fromClientInteraction(ClientInteraction* object,
                                                ClientInteractionStruct* record);
+
+/// Brings to a record that was just copied to its object what requestAnalyzed() and the ids'
+/// derivation have changed since; all else is equal.
+void refreshAnalyzed(Interaction* object, InteractionStubStruct* record);
 
 /// What an interceptor's errno must not feel of us.
 class ErrnoKeeper {

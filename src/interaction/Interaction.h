@@ -155,6 +155,7 @@ public:
     void deinit();
 
     UplinkData* itsUplinkData = nullptr;  // Owned; null before the first report.
+    void* itsRecord = nullptr;            // The C interface's record of this call, not owned.
     int itsRefCount = 1;                  // Begins that were not ended.
 
     /// @{

@@ -1,7 +1,6 @@
 #include "interaction/ServerInteraction.h"
 
 #include <memory>
-#include <type_traits>
 #include <utility>
 
 #include "config/InterceptorConfig.h"
@@ -16,13 +15,6 @@ namespace {
 constexpr const char* kFile = "ServerInteraction";
 constexpr int kNoteLength = 256;
 constexpr short kJoinedPeerType = -252;
-
-// A String is its one pointer, so that the pointer can be stored and read atomically.
-static_assert(std::is_standard_layout_v<Util::String> && sizeof(Util::String) == sizeof(char*));
-
-char** slotOf(Util::String& field) {
-    return reinterpret_cast<char**>(&field);
-}
 
 }  // namespace
 
@@ -111,8 +103,7 @@ Util::String& ServerInteraction::_getPathID(bool asIs) {
     if (!itComputesPath) return itsPathID;
     const Util::String& host = itsLocalAddr.empty() ? ourHostname : itsLocalAddr;
     Util::String path = Util::pathID(nullptr, getUrl().c_str(), host.c_str(), itsOpID.c_str());
-    Util::MutexGuard guard(itsIDLock);
-    if (itsPathID.empty()) publish(itsPathID, std::move(path), itsReplacedPathID);
+    publish(itsPathID, std::move(path), itsReplacedPathID);
     return itsPathID;
 }
 
@@ -129,10 +120,6 @@ void ServerInteraction::prepareCheckpoints() {
                      "WARNING - Encountered an SI with a zero timestamp.\n");
 }
 
-const char* ServerInteraction::publishedText(const Util::String& field) {
-    return __atomic_load_n(slotOf(const_cast<Util::String&>(field)), __ATOMIC_ACQUIRE);
-}
-
 // A key may lead to a client. That is no server to work on as one, so a new one takes the key.
 ServerInteraction* ServerInteraction::beginServer(const Util::String& key, int reuseMode) {
     Interaction* found = Interaction::begin(key, true, reuseMode, false);
@@ -141,17 +128,22 @@ ServerInteraction* ServerInteraction::beginServer(const Util::String& key, int r
     return create(key);
 }
 
-Util::String& ServerInteraction::ensureID(Util::String& field, Util::String& replaced) {
-    const char* known = publishedText(field);
-    if (known != nullptr && *known != '\0') return field;
-    Util::MutexGuard guard(itsIDLock);
-    if (field.empty()) publish(field, Util::newGuid(), replaced);
-    return field;
+void ServerInteraction::makeID(Util::String& field, Util::String& replaced) {
+    publish(field, Util::newGuid(), replaced);
 }
 
+// Whoever comes second finds a text and drops its own.
 void ServerInteraction::publish(Util::String& field, Util::String text, Util::String& replaced) {
-    replaced = Util::String::adopt(*slotOf(field));
-    __atomic_store_n(slotOf(field), std::exchange(*slotOf(text), nullptr), __ATOMIC_RELEASE);
+    char** slot = slotOf(field);
+    char* found = __atomic_load_n(slot, __ATOMIC_ACQUIRE);
+    while (found == nullptr || *found == '\0') {
+        if (!__atomic_compare_exchange_n(slot, &found, *slotOf(text), false, __ATOMIC_ACQ_REL,
+                                         __ATOMIC_ACQUIRE))
+            continue;
+        *slotOf(text) = nullptr;
+        if (found != nullptr) replaced = Util::String::adopt(found);
+        return;
+    }
 }
 
 }  // namespace Quenvale::Interceptor::SDK

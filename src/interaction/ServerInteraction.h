@@ -1,7 +1,8 @@
 #pragma once
 
+#include <type_traits>
+
 #include "interaction/Interaction.h"
-#include "util/qzmutex.h"
 
 namespace Quenvale::Interceptor::SDK {
 
@@ -50,17 +51,28 @@ public:
 
     /// The text of a field that another thread may be filling; null until it is there. It stays
     /// valid until the owner of the interaction changes the field.
-    static const char* publishedText(const Util::String& field);
+    static const char* publishedText(const Util::String& field) {
+        return __atomic_load_n(slotOf(field), __ATOMIC_ACQUIRE);
+    }
 
 private:
+    // A String is its one pointer, so that the pointer can be stored and read atomically.
+    static char** slotOf(const Util::String& field) {
+        static_assert(std::is_standard_layout_v<Util::String> &&
+                      sizeof(Util::String) == sizeof(char*));
+        return reinterpret_cast<char**>(const_cast<Util::String*>(&field));
+    }
     static ServerInteraction* beginServer(const Util::String& key, int reuseMode);
-    Util::String& ensureID(Util::String& field, Util::String& replaced);
-    void publish(Util::String& field, Util::String text, Util::String& replaced)
-        QZ_REQUIRES(itsIDLock);
+    Util::String& ensureID(Util::String& field, Util::String& replaced) {
+        const char* known = publishedText(field);
+        if (__builtin_expect(known == nullptr || *known == '\0', 0)) makeID(field, replaced);
+        return field;
+    }
+    static void makeID(Util::String& field, Util::String& replaced);
+    static void publish(Util::String& field, Util::String text, Util::String& replaced);
 
-    // A lazy field is read without the lock: the pointer in it is published once its text stands,
-    // and an empty text that gave way stays readable for whoever still looks at it.
-    Util::qzmutex itsIDLock;
+    // A lazy field is filled without a lock, by the first thread that puts its text there. An empty
+    // text that gave way stays readable for whoever still looks at it.
     Util::String itsReplacedFlowID;
     Util::String itsReplacedInteractionID;
     Util::String itsReplacedPathID;

@@ -67,6 +67,7 @@ void ThreadStacks::forget(Owner owner) {
 }
 
 Interaction* ThreadStacks::top(Owner owner, bool isServer) {
+    if (headOf(isServer).load(std::memory_order_relaxed) == nullptr) return nullptr;
     Util::MutexGuard guard(itsLock);
     const StackEntry* entry = topOf(owner, isServer);
     return entry == nullptr ? nullptr : entry->interaction;
@@ -79,14 +80,14 @@ void ThreadStacks::push(Owner owner, Interaction* interaction, bool isServer) {
         entry = new StackEntry(this);
     else
         itsIdle = entry->below;
-    StackEntry*& head = headOf(isServer);
+    StackEntry* head = headOf(isServer).load(std::memory_order_relaxed);
     entry->owner = owner;
     entry->interaction = interaction;
     entry->isServer = isServer;
     entry->above = nullptr;
     entry->below = head;
     if (head != nullptr) head->above = entry;
-    head = entry;
+    headOf(isServer).store(entry, std::memory_order_relaxed);
     if (interaction == nullptr) return;
     interaction->itsStackEntries.fetch_add(1, std::memory_order_relaxed);
     entry->older = interaction->itsNewestEntry.exchange(entry, std::memory_order_acq_rel);
@@ -145,7 +146,10 @@ StackEntry* ThreadStacks::topOf(Owner owner, bool isServer) {
 
 void ThreadStacks::remove(StackEntry* entry) {
     Interaction* interaction = entry->interaction;
-    (entry->above == nullptr ? headOf(entry->isServer) : entry->above->below) = entry->below;
+    if (entry->above == nullptr)
+        headOf(entry->isServer).store(entry->below, std::memory_order_relaxed);
+    else
+        entry->above->below = entry->below;
     if (entry->below != nullptr) entry->below->above = entry->above;
     entry->interaction = nullptr;
     entry->below = itsIdle;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+
 #include "util/String.h"
 #include "util/annotations.h"
 #include "util/qzmutex.h"
@@ -74,9 +76,7 @@ private:
     static void leave();
     static void leaveIfEmpty();
 
-    StackEntry*& headOf(bool isServer) QZ_REQUIRES(itsLock) {
-        return isServer ? itsServers : itsClients;
-    }
+    std::atomic<StackEntry*>& headOf(bool isServer) { return isServer ? itsServers : itsClients; }
     StackEntry* topOf(Owner owner, bool isServer) QZ_REQUIRES(itsLock);
     void remove(StackEntry* entry) QZ_REQUIRES(itsLock);
     /// False when the entry is not the interaction's any more.
@@ -93,8 +93,9 @@ private:
     ThreadStacks* itsNextIdle = nullptr;
     bool itIsShortLived = false;
     Util::qzmutex itsLock;
-    StackEntry* itsServers QZ_GUARDED_BY(itsLock) = nullptr;
-    StackEntry* itsClients QZ_GUARDED_BY(itsLock) = nullptr;
+    // Only the thread itself adds entries: what it finds empty stays so.
+    std::atomic<StackEntry*> itsServers{nullptr};
+    std::atomic<StackEntry*> itsClients{nullptr};
     StackEntry* itsIdle QZ_GUARDED_BY(itsLock) = nullptr;  // Linked through `below`.
 };
 

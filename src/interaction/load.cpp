@@ -6,7 +6,6 @@
 
 #include <cstring>
 
-#include "capi/records.h"
 #include "config/InterceptorConfig.h"
 #include "helpers/Helpers.h"
 #include "interaction/ClientInteraction.h"
@@ -20,6 +19,7 @@
 #include "util/Clock.h"
 #include "util/Socket.h"
 #include "util/guid.h"
+#include "util/hashSeed.h"
 #include "util/identifiers.h"
 #include "xml/XMLReadStream.h"
 
@@ -34,8 +34,8 @@ namespace {
 unsigned char ourHello[] = "Quenvale-v2";
 
 // The kernel gives each process random bytes at its start.
-unsigned long drawSeed() {
-    unsigned long seed = 0x9e3779b97f4a7c15UL;
+std::uint64_t drawSeed() {
+    std::uint64_t seed = 0x9e3779b97f4a7c15UL;
     if (const auto* random = reinterpret_cast<const void*>(getauxval(AT_RANDOM)))
         std::memcpy(&seed, random, sizeof seed);
     return seed | 1;
@@ -43,7 +43,7 @@ unsigned long drawSeed() {
 
 }  // namespace
 
-const unsigned long Util::ourBucketSeed = drawSeed();
+const std::uint64_t Util::ourHashSeed = drawSeed();
 
 // Every map asks for the seed above, and every container for BLANK.
 const Util::String& Util::String::NIL = *new String();
@@ -89,6 +89,7 @@ Util::Clock* Util::Clock::TheClock = (Util::Clock::init(), Util::Clock::TheClock
 Util::qzmutex& Util::itsLock = *new qzmutex;
 std::atomic<std::uint32_t> Util::counter{0};
 unsigned char* Util::__base = _getBase();
+const char* Util::baseText = textOfBase(__base);
 
 // The address of this host and the names of its peers, both filled on demand.
 std::atomic<char*> Util::Socket::ourLocalHostAddr{nullptr};
@@ -136,10 +137,6 @@ const Util::String& Helpers::kTrustSecIDHdr = *new Util::String("SecurityID");
 const Util::String& Helpers::kFlowFieldName = *new Util::String("FlowFields");
 Util::Map<long long>& Helpers::intIDCache = *new Util::Map<long long>(2, 1, 1000);
 Util::qzmutex& Helpers::intIDCacheLock = *new Util::qzmutex;
-
-// The records of the C interface.
-Util::Map<void*>& ourStructMap = *new Util::Map<void*>(0, 0, 0);
-Util::qzmutex& ourStructMapLock = *new Util::qzmutex;
 
 // The model's own state, and last the start-up, which makes the uplink and its threads.
 Util::qzmutex& IntCorrelator::ourLock = *new Util::qzmutex;

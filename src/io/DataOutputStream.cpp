@@ -89,13 +89,12 @@ DataOutputStream::Chunk* DataOutputStream::writeBytes() {
     return chunk;
 }
 
-void DataOutputStream::checkPlain() const {
-    if (itIsChunkOpen) Util::raise<Util::IOException>("A chunk is still open.");
+void DataOutputStream::refuseForChunk() {
+    Util::raise<Util::IOException>("A chunk is still open.");
 }
 
-OutputStream* DataOutputStream::sink() const {
-    if (closed) Util::raise<Util::IOException>("stream is closed.");
-    return itsSink;
+void DataOutputStream::refuseClosed() {
+    Util::raise<Util::IOException>("stream is closed.");
 }
 
 DataOutputStream::Chunk::Chunk(DataOutputStream* parent)

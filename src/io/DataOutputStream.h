@@ -54,6 +54,10 @@ public:
 
     /// @{
     /// Passes on to the sink, without any encoding.
+    void writeByte(int value) override {
+        checkPlain();
+        sink()->writeByte(value);
+    }
     void write(unsigned char* buffer, int offset, int length) override;
     void flush() override;
     /// @}
@@ -72,8 +76,15 @@ public:
     Chunk* writeBytes();
 
 private:
-    void checkPlain() const;
-    OutputStream* sink() const;
+    void checkPlain() const {
+        if (itIsChunkOpen) refuseForChunk();
+    }
+    OutputStream* sink() const {
+        if (closed) refuseClosed();
+        return itsSink;
+    }
+    [[noreturn]] static void refuseForChunk();
+    [[noreturn]] static void refuseClosed();
 
     OutputStream* itsSink;                        // Borrowed; null once closed.
     std::unique_ptr<unsigned char[]> itsScratch;  // Part of the object; no encoding needs it.

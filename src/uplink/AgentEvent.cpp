@@ -4,14 +4,17 @@
 #undef NDEBUG
 #include <algorithm>
 #include <cassert>
+#include <climits>
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <type_traits>
 
 #include "config/InterceptorConfig.h"
 #include "interaction/Interaction.h"
 #include "interaction/ServerInteraction.h"
+#include "util/copy.h"
 #include "util/diagnostics.h"
 
 namespace Quenvale::Interceptor::SDK {
@@ -48,103 +51,57 @@ unsigned char* putNumber(unsigned char* at, Number value) {
     return at + sizeof bits;
 }
 
-// Both walks meet every field of the table with the same call: an optional one with its mask bit,
-// which is absent when it is empty or 0, or an element of a list, which never is.
+}  // namespace
 
-class SizeWalk {
+// Meets every field of the table: an optional one with its mask bit, which is absent when it is
+// empty or 0, or an element of a list, which never is. What finds no room is counted all the same,
+// so that one walk writes the event or tells how much room it takes.
+class AgentEvent::Walk {
 public:
-    explicit SizeWalk(int* textLengths) : itsLengths(textLengths) {}
+    Walk(unsigned char* room, int size) : itsRoom(room), itsEnd(size) {}
 
-    void optional(const char* text, int bit) {
-        itsSize += includeOptional(text, bit, itsLengths[bit]);
+    void addOptional(const char* text, int bit) {
+        if (text == nullptr || *text == '\0') return;
+        itsMask |= 1LL << bit;
+        addStr(text);
     }
-    void optional(const Util::String& text, int bit) { optional(text.c_str(), bit); }
+    void addOptional(const Util::String& text, int bit) { addOptional(text.c_str(), bit); }
     template <class Number>
-    std::enable_if_t<std::is_integral_v<Number>> optional(Number value, int bit) {
-        itsSize += includeOptional(value, bit);
+    std::enable_if_t<std::is_integral_v<Number>> addOptional(Number value, int bit) {
+        if (value == 0) return;
+        itsMask |= 1LL << bit;
+        addMandatory(value);
     }
-    void entry(const Util::String& text) { itsSize += computeStrLen(text); }
-    void entry(long long) { itsSize += 8; }
+    void addEntry(const Util::String& text) {
+        if (text.empty())
+            addMandatory(0);
+        else
+            addStr(text.c_str());
+    }
+    void addEntry(long long value) { addMandatory(value); }
 
     long long itsSize = kHeadSize;  // bytes
     long long itsMask = 0;
 
 private:
-    long long includeOptional(const char* text, int bit, int& length) {
-        length = text == nullptr ? 0 : static_cast<int>(std::strlen(text));
-        if (length == 0) return 0;
-        itsMask |= 1LL << bit;
-        return kLengthSize + static_cast<long long>(length);
-    }
-    template <class Number>
-    int includeOptional(Number value, int bit) {
-        if (value == 0) return 0;
-        itsMask |= 1LL << bit;
-        return sizeof value;
-    }
-    static long long computeStrLen(const Util::String& text) {
-        return kLengthSize + static_cast<long long>(text.length());
-    }
-
-    int* itsLengths;
-};
-
-// Nothing is written behind the end. What finds no room there still counts, so that the position
-// tells that something went wrong.
-class WriteWalk {
-public:
-    WriteWalk(unsigned char* start, int position, int size, const int* textLengths)
-        : itsAt(start + position), itsStart(start), itsEnd(start + size), itsLengths(textLengths) {}
-
-    void optional(const char* text, int bit) { addOptional(text, itsLengths[bit]); }
-    void optional(const Util::String& text, int bit) { addOptional(text.c_str(), itsLengths[bit]); }
-    template <class Number>
-    std::enable_if_t<std::is_integral_v<Number>> optional(Number value, int) {
-        if (value != 0) addMandatory(value);
-    }
-    void entry(const Util::String& text) {
-        const auto length = static_cast<int>(text.length());
-        if (length == 0)
-            addMandatory(0);
-        else
-            addStr(text.c_str(), length);
-    }
-    void entry(long long value) { addMandatory(value); }
-
     template <class Number>
     void addMandatory(Number value) {
         if (unsigned char* at = take(sizeof value)) putNumber(at, value);
     }
-
-    int position() const { return static_cast<int>(itsAt - itsStart + itsMissing); }
-
-private:
-    void addOptional(const char* text, int length) {
-        if (length != 0) addStr(text, length);
+    void addStr(const char* text) {
+        const std::size_t length = std::strlen(text);
+        unsigned char* at = take(kLengthSize + length);
+        if (at != nullptr) Util::copyText(putNumber(at, static_cast<int>(length)), text, length);
     }
-    void addStr(const char* text, int length) {
-        unsigned char* at = take(kLengthSize + static_cast<std::ptrdiff_t>(length));
-        if (at != nullptr)
-            std::memcpy(putNumber(at, length), text, static_cast<std::size_t>(length));
-    }
-    unsigned char* take(std::ptrdiff_t bytes) {
-        if (bytes > itsEnd - itsAt) {
-            itsMissing += bytes;
-            return nullptr;
-        }
-        unsigned char* at = itsAt;
-        itsAt += bytes;
-        return at;
+    unsigned char* take(std::size_t bytes) {
+        const long long start = itsSize;
+        itsSize += static_cast<long long>(bytes);
+        return itsSize <= itsEnd ? itsRoom + start : nullptr;
     }
 
-    unsigned char* itsAt;
-    unsigned char* itsStart;
-    unsigned char* itsEnd;
-    std::ptrdiff_t itsMissing = 0;
-    const int* itsLengths;
+    unsigned char* itsRoom;
+    long long itsEnd;
 };
-
-}  // namespace
 
 AgentEvent::AgentEvent(Interaction* interaction, bool firstFlag, bool separatePayload)
     : itsInteraction(interaction),
@@ -153,7 +110,6 @@ AgentEvent::AgentEvent(Interaction* interaction, bool firstFlag, bool separatePa
       itsIsClient(interaction == nullptr || !interaction->isServer()) {}
 
 // The order of the fields and the numbers of their bits are the format.
-template <class Walk>
 void AgentEvent::walkFields(Walk& walk, bool isClient) {
     Interaction& from = *itsInteraction;
     const bool isWhole = itHasRequest && itHasReply;
@@ -162,86 +118,90 @@ void AgentEvent::walkFields(Walk& walk, bool isClient) {
     auto time = static_cast<unsigned long long>(from.itsStartTime);
     if (itHasReply) time = from.itsRtTime > 0 ? time + static_cast<unsigned>(from.itsRtTime) : 0;
 
-    walk.optional(from.getFlowID(), 2);
-    walk.optional(kEventFormat, 43);
-    walk.optional(AGENT_EVENT_TYPE, 47);
-    walk.optional(from.getInteractionID(), 5);
-    if (itHasRequest) walk.optional(from.getUpstreamInteractionID(), 46);
-    walk.optional(static_cast<long long>(time), 0);
-    walk.optional(from.itsMsgSize, 25);
-    walk.optional(from.itsSizeB, 26);
-    walk.optional(from.itsSizeC, 27);
-    walk.optional(from.itsSizeD, 28);
-    walk.optional(from.itsDebugInfo, 20);
-    if (isWhole) walk.optional(from.itsRtTime, 1);
+    walk.addOptional(from.getFlowID(), 2);
+    walk.addOptional(kEventFormat, 43);
+    walk.addOptional(AGENT_EVENT_TYPE, 47);
+    walk.addOptional(from.getInteractionID(), 5);
+    if (itHasRequest) walk.addOptional(from.getUpstreamInteractionID(), 46);
+    walk.addOptional(static_cast<long long>(time), 0);
+    walk.addOptional(from.itsMsgSize, 25);
+    walk.addOptional(from.itsSizeB, 26);
+    walk.addOptional(from.itsSizeC, 27);
+    walk.addOptional(from.itsSizeD, 28);
+    walk.addOptional(from.itsDebugInfo, 20);
+    if (isWhole) walk.addOptional(from.itsRtTime, 1);
     if (itHasRequest) {
-        walk.optional(from.itsParentID, 3);
-        walk.optional(from.itsFlowAttr1, 4);
-        walk.optional(from.itsLocus, 6);
-        walk.optional(from.itsSequenceNumber, 7);
-        walk.optional(from.getUrl(), 14);
-        walk.optional(from.itsSecurityID, 8);
-        walk.optional(from.itsSecurityAttr1, 9);
-        walk.optional(from.itsGroupName, 10);
-        walk.optional(from.itsServiceName, 11);
-        walk.optional(from.getOpName(), 12);
-        walk.optional(from.itsGroupID, 13);
-        walk.optional(from.itsServiceID, 44);
-        walk.optional(from.itsSiteAttr, 15);
-        walk.optional(from.itsOpID, 16);
-        if (itsOtherOpID != nullptr) walk.optional(*itsOtherOpID, 42);
-        walk.optional(from.itsLocalAddr, 38);
-        walk.optional(from.getPeerAddr(), 17);
+        walk.addOptional(from.itsParentID, 3);
+        walk.addOptional(from.itsFlowAttr1, 4);
+        walk.addOptional(from.itsLocus, 6);
+        walk.addOptional(from.itsSequenceNumber, 7);
+        walk.addOptional(from.getUrl(), 14);
+        walk.addOptional(from.itsSecurityID, 8);
+        walk.addOptional(from.itsSecurityAttr1, 9);
+        walk.addOptional(from.itsGroupName, 10);
+        walk.addOptional(from.itsServiceName, 11);
+        walk.addOptional(from.getOpName(), 12);
+        walk.addOptional(from.itsGroupID, 13);
+        walk.addOptional(from.itsServiceID, 44);
+        walk.addOptional(from.itsSiteAttr, 15);
+        walk.addOptional(from.itsOpID, 16);
+        if (itsOtherOpID != nullptr) walk.addOptional(*itsOtherOpID, 42);
+        walk.addOptional(from.itsLocalAddr, 38);
+        walk.addOptional(from.getPeerAddr(), 17);
         if (!isClient) {
-            walk.optional(from.itsCalleeAddr, 48);
-            walk.optional(from.itsCallerAddr, 49);
+            walk.addOptional(from.itsCalleeAddr, 48);
+            walk.addOptional(from.itsCallerAddr, 49);
         }
-        walk.optional(from.itsPeerType, 21);
-        walk.optional(from.itsPlatformType, 45);
-        walk.optional(from.itsAppType, 22);
-        walk.optional(from.itsSvcType, 23);
-        walk.optional(from.itsOpType, 24);
+        walk.addOptional(from.itsPeerType, 21);
+        walk.addOptional(from.itsPlatformType, 45);
+        walk.addOptional(from.itsAppType, 22);
+        walk.addOptional(from.itsSvcType, 23);
+        walk.addOptional(from.itsOpType, 24);
         // A child on another thread may be making a server's path at this moment.
-        walk.optional(ServerInteraction::publishedText(from._getPathID(true)), 32);
-        walk.optional(from._getPPathID(), 41);
-        walk.optional(from.itsFlowAttr2, 34);
+        walk.addOptional(ServerInteraction::publishedText(from._getPathID(true)), 32);
+        walk.addOptional(from._getPPathID(), 41);
+        walk.addOptional(from.itsFlowAttr2, 34);
     }
     if (itHasReply) {
-        walk.optional(from.itsCoTime, 30);
-        walk.optional(from.itsFailure, 18);
-        walk.optional(static_cast<unsigned char>(from.itIsFailed), 37);
+        walk.addOptional(from.itsCoTime, 30);
+        walk.addOptional(from.itsFailure, 18);
+        walk.addOptional(static_cast<unsigned char>(from.itIsFailed), 37);
     }
-    if (itHasRequest) walk.optional(from.itsSubNode, 33);
+    if (itHasRequest) walk.addOptional(from.itsSubNode, 33);
     if (from.itsMsgFields != nullptr) {
-        walk.optional(from.itsMsgFields->size(), 36);
+        walk.addOptional(from.itsMsgFields->size(), 36);
         auto* node = from.itsMsgFields->getEntryList()->getHead();
         for (; node != nullptr; node = node->next) {
-            walk.entry(node->data->key);
-            walk.entry(node->data->value);
+            walk.addEntry(node->data->key);
+            walk.addEntry(node->data->value);
         }
     }
     if (itHasRequest && itsCheckpoints != nullptr) walkCheckpoints(walk);
 }
 
 // The arrivals are counted as they came, while their names stand once each.
-template <class Walk>
 void AgentEvent::walkCheckpoints(Walk& walk) {
-    walk.optional(itsIncomingCount, 39);
+    walk.addOptional(itsIncomingCount, 39);
     if (itsIncomingCount > 0) {
         const std::unique_ptr<Util::Map<long long>::Iterator> incoming(
             itsCheckpoints->getIncomingCheckpoints());
         while (incoming != nullptr && incoming->hasNext()) {
             const auto* checkpoint = incoming->next();
-            walk.entry(checkpoint->key);
-            walk.entry(checkpoint->value);
+            walk.addEntry(checkpoint->key);
+            walk.addEntry(checkpoint->value);
         }
     }
     const int newCount = itsNewNames == nullptr ? 0 : itsNewNames->size();
-    walk.optional(newCount, 40);
-    for (int i = 0; i < newCount; ++i) walk.entry(itsNewNames->at(i));
+    walk.addOptional(newCount, 40);
+    for (int i = 0; i < newCount; ++i) walk.addEntry(itsNewNames->at(i));
 }
 
 void AgentEvent::computeSize(bool isClient) {
+    prepare(isClient);
+    walk(nullptr, 0, isClient);
+}
+
+void AgentEvent::prepare(bool isClient) {
     Interaction& from = *itsInteraction;
     from.loadFromCache();
     itHasReply = from.itsState > 0;
@@ -253,30 +213,39 @@ void AgentEvent::computeSize(bool isClient) {
         itsIncomingCount = itsCheckpoints->getIncomingCheckpointsCount();
         itsNewNames = itsCheckpoints->getNewCheckpoints();
     }
+}
 
-    SizeWalk walk(itsTextLengths);
+int AgentEvent::walk(unsigned char* room, int size, bool isClient) {
+    Walk walk(room, size);
     walkFields(walk, isClient);
     itsOptionalMask = walk.itsMask;
     if (itsEventPayload != nullptr) itsOptionalMask |= 1LL << kPayloadBit;
+    const long long total = walk.itsSize + payloadLength();
+    if (total > INT_MAX) throw std::bad_alloc();
     itsEventSize = static_cast<int>(walk.itsSize);
-    itsTotalSize = static_cast<int>(walk.itsSize + payloadLength());
+    itsTotalSize = static_cast<int>(total);
+    return itsSeparatePayload ? itsEventSize : itsTotalSize;
 }
 
-Util::ByteArray AgentEvent::serialize() {
+Util::ByteArray AgentEvent::serialize(unsigned char* room, int roomSize) {
     if (itsInteraction == nullptr) return {};
-    computeSize(itsIsClient);
-    const int size = itsSeparatePayload ? itsEventSize : itsTotalSize;
-    std::unique_ptr<unsigned char[]> bytes(new unsigned char[static_cast<std::size_t>(size)]);
+    prepare(itsIsClient);
+    std::unique_ptr<unsigned char[]> block;
+    unsigned char* bytes = room;
+    int size = walk(bytes, roomSize, itsIsClient);
+    // Again where a child on another thread has made a server's path meanwhile.
+    for (int had = roomSize; size > had; size = walk(bytes, had, itsIsClient)) {
+        had = size;
+        block.reset(new unsigned char[static_cast<std::size_t>(size)]);
+        bytes = block.get();
+    }
     bytes[0] = flags();
-
-    WriteWalk walk(bytes.get(), itsPos, size, itsTextLengths);
     const int tag = InterceptorConfig::itsCurrent.itsEventTag;
-    walk.addMandatory(tag == 0 ? 1 : tag);
-    walk.addMandatory(itsTotalSize);
-    walk.addMandatory(itsEventSize);
-    walk.addMandatory(itsOptionalMask);
-    walkFields(walk, itsIsClient);
-    itsPos = walk.position();
+    unsigned char* head = putNumber(bytes + 1, tag == 0 ? 1 : tag);
+    head = putNumber(head, itsTotalSize);
+    head = putNumber(head, itsEventSize);
+    putNumber(head, itsOptionalMask);
+    itsPos = itsEventSize;
 
     if (itsEventPayload != nullptr && itsSeparatePayload) {
         const int length = payloadLength();
@@ -289,12 +258,13 @@ Util::ByteArray AgentEvent::serialize() {
                 "processed length is %d\n",
                 length, processed);
     } else if (itsEventPayload != nullptr) {
-        Util::ByteArray out(bytes.get(), size, false);
+        Util::ByteArray out(bytes, size, false);
         itsPos = addOptionalDataOnly(out, itsEventPayload, itsPos);
     }
     if (itsPos != size)
         errorMsg("Incorrectly encoded message: itsPos is %d and size is %d\n", itsPos, size);
-    return {bytes.release(), size, true};
+    const bool isOwned = block != nullptr;
+    return {isOwned ? block.release() : bytes, size, isOwned};
 }
 
 int AgentEvent::addOptionalDataOnly(Util::ByteArray& out, const Util::ByteArray* message, int pos) {

@@ -11,8 +11,8 @@ class Checkpoints;
 class Interaction;
 
 /// Turns one interaction into one flat run of bytes, the agent event. docs/protocol.md has the
-/// fields; their order and conditions stand in one table, which the size walk and the write walk
-/// share.
+/// fields; their order and conditions stand in one table. One walk over it writes the event where
+/// there is room and says how much it takes where there is not.
 ///
 /// An object serves for one report: make it, call serialize() once, take the bytes.
 ///
@@ -32,8 +32,9 @@ public:
     /// event.
     AgentEvent(Interaction* interaction, bool firstFlag, bool separatePayload);
 
-    /// The event in one block of the exact size. With a separate payload itsPayloadCopy is set.
-    Util::ByteArray serialize();
+    /// The event: in `room` if the caller has some and it is enough, and then not owned; otherwise
+    /// in a block. With a separate payload itsPayloadCopy is set.
+    Util::ByteArray serialize(unsigned char* room = nullptr, int roomSize = 0);
 
     /// Loads the interaction's decisions, chooses the payload and fills mask and sizes.
     void computeSize(bool isClient);
@@ -56,23 +57,23 @@ public:
     bool itsIsClient;                                                   // All but a whole server.
 
 private:
-    template <class Walk>
-    void walkFields(Walk& walk, bool isClient);
-    template <class Walk>
-    void walkCheckpoints(Walk& walk);
+    class Walk;
 
+    void prepare(bool isClient);
+    int walk(unsigned char* room, int size, bool isClient);
+    void walkFields(Walk& walk, bool isClient);
+    void walkCheckpoints(Walk& walk);
     void computeParts();
     int payloadLength() const;
     unsigned char flags() const;
 
-    // What the write walk must find as the size walk saw it. Checkpoints are shared with other
-    // threads, which may replace the list of names in between.
+    // What each walk must find alike. Checkpoints are shared with other threads, which may replace
+    // the list of names in between.
     bool itHasRequest = false;
     bool itHasReply = false;
     int itsIncomingCount = 0;
     Checkpoints* itsCheckpoints = nullptr;
     Util::Vector<Util::String>* itsNewNames = nullptr;
-    int itsTextLengths[64];  // By mask bit; 0 for an absent text.
 };
 
 }  // namespace Quenvale::Interceptor::SDK

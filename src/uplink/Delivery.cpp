@@ -1,6 +1,10 @@
 #include "uplink/Delivery.h"
 
+#include <algorithm>
+#include <climits>
 #include <cstring>
+#include <new>
+#include <utility>
 
 #include <cxxabi.h>
 
@@ -201,7 +205,21 @@ void AsyncBinaryUplink::MessageRun::add(const Util::ByteArray& event,
                                         const Util::ByteArray& payload,
                                         unsigned char contentTypeCode) {
     writeMessage(itsOut, event, payload, contentTypeCode);
-    itsEnds.push_back(itsBytes.getCount());
+    itsEnds.push_back(itsSink.count());
+}
+
+unsigned char* AsyncBinaryUplink::MessageRun::Sink::reserve(int length) {
+    if (length > itsSize - itsCount) {
+        const long long size = std::max(2LL * itsSize, static_cast<long long>(itsCount) + length);
+        if (size > INT_MAX) throw std::bad_alloc();
+        std::unique_ptr<unsigned char[]> larger(new unsigned char[static_cast<std::size_t>(size)]);
+        std::memcpy(larger.get(), itsBytes.get(), static_cast<std::size_t>(itsCount));
+        itsBytes = std::move(larger);
+        itsSize = static_cast<int>(size);
+    }
+    unsigned char* at = itsBytes.get() + itsCount;
+    itsCount += length;
+    return at;
 }
 
 }  // namespace Quenvale::Interceptor::SDK

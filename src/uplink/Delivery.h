@@ -1,11 +1,10 @@
 #pragma once
 
+#include <cstring>
 #include <memory>
 #include <vector>
 
-#include "io/ByteOutputStream.h"
 #include "io/DataOutputStream.h"
-
 #include "uplink/AsyncBinaryUplink.h"
 #include "uplink/SocketStreams.h"
 
@@ -17,9 +16,9 @@ class AsyncBinaryUplink::MessageRun {
 public:
     void add(const Util::ByteArray& event, const Util::ByteArray& payload,
              unsigned char contentTypeCode);
-    bool isLong() const { return itsBytes.getCount() >= kLong; }
+    bool isLong() const { return itsSink.count() >= kLong; }
 
-    const unsigned char* bytes() const { return itsBytes.getBuffer(); }
+    const unsigned char* bytes() const { return itsSink.bytes(); }
     int count() const { return static_cast<int>(itsEnds.size()); }
     int beginOf(int message) const { return message == 0 ? 0 : itsEnds[index(message - 1)]; }
     int endOf(int message) const { return itsEnds[index(message)]; }
@@ -31,8 +30,30 @@ private:
     static constexpr int kRoom = kLong + 8 * 1024;
     static std::size_t index(int message) { return static_cast<std::size_t>(message); }
 
-    IO::ByteOutputStream itsBytes{kRoom};
-    IO::DataOutputStream itsOut{&itsBytes};
+    // What comes is all written over, so the block starts without zeros.
+    class Sink final : public IO::OutputStream {
+    public:
+        void writeByte(int value) override { *reserve(1) = static_cast<unsigned char>(value); }
+        void write(unsigned char* buffer, int offset, int length) override {
+            if (length > 0)
+                std::memcpy(reserve(length), buffer + offset, static_cast<std::size_t>(length));
+        }
+        void flush() override {}
+        void closeStream() override {}
+
+        const unsigned char* bytes() const { return itsBytes.get(); }
+        int count() const { return itsCount; }
+
+    private:
+        unsigned char* reserve(int length);
+
+        std::unique_ptr<unsigned char[]> itsBytes{new unsigned char[kRoom]};
+        int itsSize = kRoom;
+        int itsCount = 0;
+    };
+
+    Sink itsSink;
+    IO::DataOutputStream itsOut{&itsSink};
     std::vector<int> itsEnds;
 };
 

@@ -1,6 +1,7 @@
 // The way of a report from the interaction into a queue, and of a queue to its send.
 #include <climits>
 #include <cstring>
+#include <new>
 
 #include <cxxabi.h>
 
@@ -17,6 +18,7 @@ namespace Quenvale::Interceptor::SDK {
 namespace {
 
 constexpr int kNoBestYet = 10000000;
+constexpr int kEventRoom = 2048;           // bytes, on the stack: most events need no block
 constexpr long long kBareOverhead = 8;     // Two lengths.
 constexpr long long kPayloadOverhead = 9;  // And the content type's code.
 
@@ -56,8 +58,14 @@ void AsyncBinaryUplink::notifyAgent(Interaction* interaction) {
     if (!getAlive()) return;
     AgentEvent agentEvent(interaction, false, true);
     const Releasing payload(agentEvent.itsPayloadCopy);
-    Util::ByteArray event = agentEvent.serialize();
+    unsigned char room[kEventRoom];
+    Util::ByteArray event;
     const Releasing eventBytes(event);
+    try {
+        event = agentEvent.serialize(room, sizeof room);
+    } catch (const std::bad_alloc&) {
+        return;
+    }
     SocketQueueRef* ref = nullptr;
     try {
         // What is attached here came from pick() or from copying such a one.
@@ -136,6 +144,7 @@ void AsyncBinaryUplink::queueEvent(SocketQueue* queue, long long time, const Uti
             queue->itsUsed = copyEventAndPayload(queue->itsBuffer.get(), queue->itsUsed, event,
                                                  payload, contentType);
             data.unlock();
+            if (!canLog(4)) return;
             debugMsg("Queuing event, length: %d, payload: %d, total including metadata: %d.\n",
                      event.length, payloadLength(payload), length);
             return;

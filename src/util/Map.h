@@ -10,8 +10,9 @@
 
 namespace Quenvale::Interceptor::SDK::Util {
 
-/// An odd number of the process's own, drawn at load.
-QZ_API extern const unsigned long ourBucketSeed;
+/// Which bucket a key has depends on this and so on the process: keys come from peers as well, who
+/// can't have them all meet in one bucket. 0 for null.
+QZ_API unsigned long hashKey(const char* key) noexcept;
 
 /// A hash table keyed by text, and at once a list of its entries: iteration follows the list, which
 /// is insertion order but for the moves of the LRU mode. A search never fails: a key that is not
@@ -84,7 +85,7 @@ public:
     /// misses.
     virtual T& find(const String& key) { return find(key.c_str()); }
     virtual T& find(const char* key) {
-        EntryNode* node = search(key, hashOf(key));
+        EntryNode* node = search(key, hashKey(key));
         if (node == nullptr) return itsBlank;
         if (itsUseLRU == 1) itsEntryList->moveToTail(node);
         return node->data->value;
@@ -92,7 +93,7 @@ public:
     /// @}
     /// Does not count as a use, which find() does with useLRU.
     virtual bool hasKey(const String& key) {
-        return search(key.c_str(), hashOf(key.c_str())) != nullptr;
+        return search(key.c_str(), hashKey(key.c_str())) != nullptr;
     }
     /// By the raw value: texts count as equal only when they are the very buffer.
     virtual bool hasValue(const T& value) {
@@ -105,7 +106,7 @@ public:
     virtual bool erase(const String& key) { return erase(key.c_str()); }
     /// True when something was removed. The cost does not grow with the map.
     virtual bool erase(const char* key) {
-        EntryNode* node = search(key, hashOf(key));
+        EntryNode* node = search(key, hashKey(key));
         if (node == nullptr) return false;
         dropEntry(node);
         return true;
@@ -116,7 +117,7 @@ public:
     /// replaced, in its place in the order.
     virtual void insert(const String& key, const T& value) { insert(key.c_str(), value); }
     virtual void insert(const char* key, const T& value) {
-        const unsigned long hash = hashOf(key);
+        const unsigned long hash = hashKey(key);
         if (EntryNode* node = search(key, hash)) {
             replaceValue(node->data, value);
             if (itsUseLRU == 1) itsEntryList->moveToTail(node);
@@ -171,37 +172,20 @@ public:
     /// 16 at first, or what the constructor took from the other map.
     int bucketCount() const { return itsBucketCount; }
 
-    /// The hash of a key modulo so many; 0 stands for the present number of buckets. Which bucket
-    /// a key has depends on the process besides.
+    /// h * 65599 + c over the characters, modulo so many; 0 stands for the present number of
+    /// buckets. It doesn't say which bucket a key has.
     unsigned long computeKey(const char* key, int buckets) const {
-        return hashOf(key) % static_cast<unsigned long>(buckets == 0 ? itsBucketCount : buckets);
+        unsigned long hash = 0;
+        for (; key != nullptr && *key != '\0'; ++key)
+            hash = hash * 65599UL + static_cast<unsigned long>(static_cast<signed char>(*key));
+        return hash % static_cast<unsigned long>(buckets == 0 ? itsBucketCount : buckets);
     }
 
 private:
     static constexpr int kInitialBuckets = 16;
 
-    // h * 65599 + c for each character, four at a step where there are as many, since each step
-    // waits for the one before it.
-    static unsigned long hashOf(const char* key) {
-        constexpr unsigned long k1 = 65599UL, k2 = k1 * k1, k3 = k2 * k1, k4 = k3 * k1;
-        if (key == nullptr) return 0;
-        const auto at = [&](int i) {
-            return static_cast<unsigned long>(static_cast<signed char>(key[i]));
-        };
-        unsigned long hash = 0;
-        while (key[0] != '\0' && key[1] != '\0' && key[2] != '\0' && key[3] != '\0') {
-            hash = hash * k4 + (at(0) * k3 + at(1) * k2 + at(2) * k1 + at(3));
-            key += 4;
-        }
-        for (; *key != '\0'; ++key) hash = hash * k1 + at(0);
-        return hash;
-    }
-
-    // Keys come from peers as well, who know how they hash but not the seed: they can't have them
-    // all meet in one bucket.
     static unsigned long bucketOf(unsigned long hash, int buckets) {
-        const unsigned long mixed = (hash * ourBucketSeed) >> 32;
-        return (mixed * static_cast<unsigned long>(buckets)) >> 32;
+        return ((hash >> 32) * static_cast<unsigned long>(buckets)) >> 32;
     }
 
     static bool isSameKey(const char* a, const char* b) {

@@ -9,6 +9,8 @@
 #include <initializer_list>
 #include <new>
 
+#include "util/copy.h"
+
 namespace Quenvale::Interceptor::SDK::Util {
 
 namespace {
@@ -37,10 +39,13 @@ struct Idle {
 // Zero-initialised, so that a thread's first use needs no guard. It lives in the static TLS area:
 // one load reaches it, and nothing allocates on the way.
 struct Cache {
-    Idle* head[kClasses];
-    unsigned char count[kClasses];
-    bool isRegistered;  // The thread's end will empty it.
-    bool isClosed;      // It was emptied: the thread is ending.
+    struct Class {
+        Idle* head;
+        unsigned int room;  // How many more blocks it takes.
+    };
+    Class classes[kClasses];
+    bool isOpen;   // The thread's end will empty it.
+    bool isAsked;  // Whether it may open was found out.
 };
 
 __thread Cache ourCache __attribute__((tls_model("initial-exec")));
@@ -51,13 +56,12 @@ bool ourKeyWorks = false;
 
 void emptyCache(void* argument) {
     auto* cache = static_cast<Cache*>(argument);
-    cache->isClosed = true;
-    for (int i = 0; i < kClasses; ++i) {
-        while (Idle* idle = cache->head[i]) {
-            cache->head[i] = idle->next;
+    cache->isOpen = false;
+    for (Cache::Class& blocks : cache->classes) {
+        while (Idle* idle = blocks.head) {
+            blocks.head = idle->next;
             std::free(idle);
         }
-        cache->count[i] = 0;
     }
 }
 
@@ -81,48 +85,51 @@ void makeKey() {
 }
 
 // Without a hook at its thread's end a cache would leak, so such a thread gets none.
-bool registerCache(Cache& cache) {
+__attribute__((noinline)) bool open() {
+    Cache& cache = ourCache;
+    if (cache.isAsked) return false;
+    cache.isAsked = true;
     pthread_once(&ourKeyOnce, makeKey);
-    cache.isRegistered = true;
-    cache.isClosed = !ourKeyWorks || pthread_setspecific(ourKey, &cache) != 0;
-    return !cache.isClosed;
-}
-
-inline bool isOpen(Cache& cache) {
-    return !cache.isClosed && (cache.isRegistered || registerCache(cache));
-}
-
-inline bool keep(Cache& cache, void* block, int i) {
-    if (cache.count[i] >= kKept[i]) return false;
-    auto* idle = static_cast<Idle*>(block);
-    idle->next = cache.head[i];
-    cache.head[i] = idle;
-    ++cache.count[i];
+    if (!ourKeyWorks || pthread_setspecific(ourKey, &cache) != 0) return false;
+    for (int i = 0; i < kClasses; ++i) cache.classes[i].room = kKept[i];
+    cache.isOpen = true;
     return true;
 }
 
+inline bool keep(void* block, std::size_t i) {
+    Cache::Class& blocks = ourCache.classes[i];
+    if (__builtin_expect(blocks.room == 0, 0)) return false;
+    --blocks.room;
+    auto* idle = static_cast<Idle*>(block);
+    idle->next = blocks.head;
+    blocks.head = idle;
+    return true;
+}
+
+inline std::size_t highestBit(std::size_t number) {
+    return 63U ^ static_cast<unsigned>(__builtin_clzl(number));
+}
+
 // The class whose blocks hold `bytes`: 0 for up to 32, 5 for up to 1024.
-inline int classFor(std::size_t bytes) {
-    return bytes <= kSmallest ? 0 : 64 - __builtin_clzl(bytes - 1) - 5;
+inline std::size_t classFor(std::size_t bytes) {
+    return bytes <= kSmallest ? 0 : highestBit(bytes - 1) - 4;
 }
 
 // The largest class that a block of this usable size can serve.
-inline int classOf(std::size_t usable) {
-    return 63 - __builtin_clzl(usable) - 5;
+inline std::size_t classOf(std::size_t usable) {
+    return highestBit(usable) - 5;
 }
 
 #endif
 
-}  // namespace
-
-void* allocate(std::size_t bytes) noexcept {
+inline void* take(std::size_t bytes) {
 #ifndef QZ_PLAIN_BLOCKS
     if (bytes <= kLargest) {
-        const int i = classFor(bytes);
-        Cache& cache = ourCache;
-        if (Idle* idle = cache.head[i]) {
-            cache.head[i] = idle->next;
-            --cache.count[i];
+        const std::size_t i = classFor(bytes);
+        Cache::Class& blocks = ourCache.classes[i];
+        if (Idle* idle = blocks.head) {
+            blocks.head = idle->next;
+            ++blocks.room;
             return idle;
         }
         return std::malloc(kSmallest << i);
@@ -131,20 +138,17 @@ void* allocate(std::size_t bytes) noexcept {
     return std::malloc(bytes == 0 ? 1 : bytes);
 }
 
-void* allocateZeroed(std::size_t bytes) noexcept {
-    void* block = allocate(bytes);
-    if (block != nullptr) std::memset(block, 0, bytes);
-    return block;
+}  // namespace
+
+void* allocate(std::size_t bytes) noexcept {
+    return take(bytes);
 }
 
 void releaseBlock(void* block) noexcept {
 #ifndef QZ_PLAIN_BLOCKS
-    Cache& cache = ourCache;
-    if (isOpen(cache)) {
+    if (__builtin_expect(ourCache.isOpen, 1) || open()) {
         const std::size_t usable = malloc_usable_size(block);
-        if (usable >= kSmallest && usable < kLargest + kSmallest &&
-            keep(cache, block, classOf(usable)))
-            return;
+        if (usable - kSmallest < kLargest && keep(block, classOf(usable))) return;
     }
 #endif
     std::free(block);
@@ -152,8 +156,9 @@ void releaseBlock(void* block) noexcept {
 
 void releaseBlock(void* block, std::size_t bytes) noexcept {
 #ifndef QZ_PLAIN_BLOCKS
-    Cache& cache = ourCache;
-    if (bytes <= kLargest && isOpen(cache) && keep(cache, block, classFor(bytes))) return;
+    if (bytes <= kLargest && (__builtin_expect(ourCache.isOpen, 1) || open()) &&
+        keep(block, classFor(bytes)))
+        return;
 #else
     static_cast<void>(bytes);
 #endif
@@ -162,15 +167,15 @@ void releaseBlock(void* block, std::size_t bytes) noexcept {
 
 char* duplicate(const char* text, std::size_t length) noexcept {
     if (text == nullptr) return nullptr;
-    auto* copy = static_cast<char*>(allocate(length + 1));
-    if (copy == nullptr) return nullptr;
-    std::memcpy(copy, text, length);
+    auto* copy = static_cast<char*>(take(length + 1));
+    if (__builtin_expect(copy == nullptr, 0)) return nullptr;
+    copyText(copy, text, length);
     copy[length] = '\0';
     return copy;
 }
 
 void* Pooled::operator new(std::size_t bytes) {
-    if (void* block = allocate(bytes)) return block;
+    if (void* block = take(bytes)) return block;
     throw std::bad_alloc();
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstring>
 
 #include "util/export.h"
 
@@ -21,7 +22,11 @@ namespace Quenvale::Interceptor::SDK::Util {
 QZ_API void* allocate(std::size_t bytes) noexcept;
 
 /// The same, zeroed.
-QZ_API void* allocateZeroed(std::size_t bytes) noexcept;
+inline void* allocateZeroed(std::size_t bytes) noexcept {
+    void* block = allocate(bytes);
+    if (block != nullptr) std::memset(block, 0, bytes);
+    return block;
+}
 
 /// @{
 /// Gives a block back that isn't null. The second form is for one that allocate() gave for so many

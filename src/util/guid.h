@@ -19,6 +19,7 @@ namespace Quenvale::Interceptor::SDK::Util {
 /// Threads: any. Ids of a process are unique until the counter wraps after 2^32 of them.
 
 extern unsigned char* __base;               // The first 12 bytes; null if memory was short at load.
+extern const char* baseText;                // Its 16 characters in every id; null as the base is.
 extern std::atomic<std::uint32_t> counter;  // The last 4 of the next id.
 extern qzmutex& itsLock;                    // Held while a base is made after load.
 
@@ -31,5 +32,8 @@ QZ_API void getBytes(unsigned char* bytes);
 /// A fresh base in a block that the caller releases; null if there is no memory. It looks up the
 /// host's own name, so it belongs at load and not in a call.
 QZ_API unsigned char* _getBase();
+
+/// The text of a base, which the caller releases; null for null or if there is no memory.
+char* textOfBase(const unsigned char* base);
 
 }  // namespace Quenvale::Interceptor::SDK::Util

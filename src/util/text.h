@@ -26,18 +26,10 @@ constexpr int kNumberText = 66;
         auto rest = static_cast<unsigned long long>(value);
         const char* const digits = "0123456789abcdefghijklmnopqrstuvwxyz";
         if (value < 0) rest = 0ULL - rest;
-        if (base == 16) {
-            // Addresses are keys of the record map, once and again for each call: no division.
-            do {
-                *out++ = digits[rest & 15];
-                rest >>= 4;
-            } while (rest != 0);
-        } else {
-            do {
-                *out++ = digits[rest % radix];
-                rest /= radix;
-            } while (rest != 0);
-        }
+        do {
+            *out++ = digits[rest % radix];
+            rest /= radix;
+        } while (rest != 0);
         if (value < 0) *out++ = '-';
         strreverse(buffer, out - 1);
     }
