@@ -18,7 +18,7 @@ namespace Quenvale::Interceptor::SDK {
 /// Threads:   run() and what it calls belong to the watcher thread. Application threads come to
 ///            waitForInitialConfig() only.
 /// Ownership: the uplink owns the watcher.
-class AsyncBinaryUplink::AgentAliveWatcher final : public Runnable {
+class QZ_LOCAL AsyncBinaryUplink::AgentAliveWatcher final : public Runnable {
 public:
     explicit AgentAliveWatcher(AsyncBinaryUplink* uplink);
 

@@ -18,7 +18,7 @@ namespace Quenvale::Interceptor::SDK {
 /// Errors:    a source that can't be used is passed over. Some faults end the process by a trap: a
 ///            url with another scheme, a "user.home" without the file and, with diagnostics on, a
 ///            name that is not known.
-class AsyncBinaryUplink::BootstrapConfig {
+class QZ_LOCAL AsyncBinaryUplink::BootstrapConfig {
 public:
     /// Reads the environment.
     BootstrapConfig();

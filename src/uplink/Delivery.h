@@ -12,7 +12,7 @@ namespace Quenvale::Interceptor::SDK {
 
 /// Messages as they go on the wire, and where each ends. One send for many of them: a full queue
 /// holds some hundred.
-class AsyncBinaryUplink::MessageRun {
+class QZ_LOCAL AsyncBinaryUplink::MessageRun {
 public:
     void add(const Util::ByteArray& event, const Util::ByteArray& payload,
              unsigned char contentTypeCode);
@@ -63,7 +63,7 @@ private:
 ///
 /// A Delivery that goes without finish() takes its socket out of the pool, since part of a message
 /// may be on it.
-class AsyncBinaryUplink::Delivery {
+class QZ_LOCAL AsyncBinaryUplink::Delivery {
 public:
     /// How the diagnostics name what is going on.
     struct Wording {

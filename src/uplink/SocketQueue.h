@@ -9,7 +9,7 @@ namespace Quenvale::Interceptor::SDK {
 
 /// One memory queue: two buffers of one size, of which one takes events while the other is on the
 /// wire. Memory is taken once, by init().
-class AsyncBinaryUplink::SocketQueue {
+class QZ_LOCAL AsyncBinaryUplink::SocketQueue {
 public:
     /// A size of 0 or less gives the default of 64 KiB.
     void init(int size);

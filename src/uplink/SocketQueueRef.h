@@ -11,7 +11,7 @@ namespace Quenvale::Interceptor::SDK {
 /// The queue counts its attachments, as a measure of load for the choice of a queue and for
 /// nothing else: an attachment that is deleted without clear() leaves the count higher, which is
 /// accepted.
-class AsyncBinaryUplink::SocketQueueRef final : public UplinkData, public Util::Pooled {
+class QZ_LOCAL AsyncBinaryUplink::SocketQueueRef final : public UplinkData, public Util::Pooled {
 public:
     /// Does not count; whoever makes it does.
     SocketQueueRef(SocketQueue* queue, AsyncBinaryUplink* uplink);

@@ -14,7 +14,7 @@ namespace Quenvale::Interceptor::SDK {
 
 /// The streams over one socket for one use of it, typed ones on top. The socket is borrowed and
 /// stays open when they go.
-class AsyncBinaryUplink::SocketStreams {
+class QZ_LOCAL AsyncBinaryUplink::SocketStreams {
 public:
     /// A null socket is an APIException. `keepOpen` has no effect: the streams always close.
     SocketStreams(Util::Socket* socket, bool keepOpen);

@@ -6,6 +6,7 @@
 #include <climits>
 #include <csignal>
 #include <cstring>
+#include <new>
 
 #include <cxxabi.h>
 
@@ -26,11 +27,13 @@ constexpr int kMostQueues = 1024;
 constexpr int kNoBestYet = 10000000;
 
 /// An event's bytes, given back by whatever way the report ends.
-struct EventBytes : Util::ByteArray {
-    explicit EventBytes(const Util::ByteArray& bytes) : Util::ByteArray(bytes) {}
-    ~EventBytes() { releaseContent(); }
+struct EventBytes {
+    EventBytes() = default;
+    ~EventBytes() { bytes.releaseContent(); }
     EventBytes(const EventBytes&) = delete;
     EventBytes& operator=(const EventBytes&) = delete;
+
+    Util::ByteArray bytes;
 };
 
 // When the event came about. An interceptor may have set any times, so the sum may wrap.
@@ -74,7 +77,12 @@ bool SocketUplink::getAlive() {
 void SocketUplink::notifyAgent(Interaction* interaction) {
     if (!getAlive()) return;
     AgentEvent agentEvent(interaction, false, false);
-    const EventBytes event(agentEvent.serialize());
+    EventBytes event;
+    try {
+        event.bytes = agentEvent.serialize();
+    } catch (const std::bad_alloc&) {
+        return;
+    }
     SocketQueueRef* ref = nullptr;
     try {
         ref = attachedTo(*interaction);
@@ -85,7 +93,7 @@ void SocketUplink::notifyAgent(Interaction* interaction) {
             interaction->itsUplinkData = ref;
             isLast = state == 2 || state == 3;
         }
-        queueEvent(ref->itsQueue, timeOf(*interaction), event, true);
+        queueEvent(ref->itsQueue, timeOf(*interaction), event.bytes, true);
         if (!isLast) return;
     } catch (abi::__forced_unwind&) {
         throw;

@@ -5,3 +5,6 @@
 #ifndef QZ_API
 #define QZ_API __attribute__((visibility("default")))
 #endif
+
+/// Marks a class inside an exported one that stays in the library.
+#define QZ_LOCAL __attribute__((visibility("hidden")))
