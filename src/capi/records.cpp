@@ -87,6 +87,17 @@ SiteStub* copyToSite(SiteStubStruct* record, SiteStub* object, bool isInRequestS
     return object;
 }
 
+void fromFlags(const InteractionStub* object, InteractionStubStruct* record) {
+    record->lowPriority = boolToInt(object->itIsLowPriority);
+    record->internal = boolToInt(object->itIsInternal);
+    record->createFlag = boolToInt(object->itsCreateFlag);
+    record->eventFlag = boolToInt(object->itsEventFlag);
+    record->failed = boolToInt(object->itIsFailed);
+    record->oneWay = boolToInt(object->itIsOneWay);
+    record->clientFlag = boolToInt(object->itsClientFlag);
+    record->split = boolToInt(object->itIsSplit);
+}
+
 }  // namespace
 
 void replaceStr(char** target, const Util::String& value) {
@@ -206,14 +217,7 @@ InteractionStubStruct* fromInteractionStub(InteractionStub* object, InteractionS
     record->sizeD = object->itsSizeD;
     record->trustTimestamp = object->itsTrustTimestamp;
     record->state = object->itsState;
-    record->lowPriority = boolToInt(object->itIsLowPriority);
-    record->internal = boolToInt(object->itIsInternal);
-    record->createFlag = boolToInt(object->itsCreateFlag);
-    record->eventFlag = boolToInt(object->itsEventFlag);
-    record->failed = boolToInt(object->itIsFailed);
-    record->oneWay = boolToInt(object->itIsOneWay);
-    record->clientFlag = boolToInt(object->itsClientFlag);
-    record->split = boolToInt(object->itIsSplit);
+    fromFlags(object, record);
     fromSiteStub(object, record->site);
     return record;
 }
@@ -258,12 +262,14 @@ void refreshAnalyzed(Interaction* object, InteractionStubStruct* record) {
     record->size = object->itsMsgSize;
     record->sizeC = object->itsSizeC;
     record->state = object->itsState;
+    fromFlags(object, record);
     assignStr(&site->opID, object->itsOpID);
     assignStr(&site->groupName, object->itsGroupName);
     assignStr(&site->groupID, object->itsGroupID);
     assignStr(&site->serviceID, object->itsServiceID);
     site->appType = object->itsAppType;
     site->svcType = object->itsSvcType;
+    site->continuation = boolToInt(object->itIsContinuation);
     assignStr(&flow->flowID, object->getFlowID());
     assignStr(&flow->pathID, object->getPathID());
     assignStr(&flow->pPathID, object->itsPPathID);

@@ -74,7 +74,8 @@ ClientInteractionStruct* fromClientInteraction(ClientInteraction* object,
                                                ClientInteractionStruct* record);
 
 /// Brings to a record that was just copied to its object what requestAnalyzed() and the ids'
-/// derivation have changed since; all else is equal.
+/// derivation have changed since, and the flags, which may be any number in the record and are 0 or
+/// 1 from then on; all else is equal.
 void refreshAnalyzed(Interaction* object, InteractionStubStruct* record);
 
 /// What an interceptor's errno must not feel of us.
