@@ -155,8 +155,8 @@ public:
     void deinit();
 
     UplinkData* itsUplinkData = nullptr;  // Owned; null before the first report.
-    void* itsRecord = nullptr;            // The C interface's record of this call, not owned.
     int itsRefCount = 1;                  // Begins that were not ended.
+    void* itsRecord = nullptr;            // The C interface's record of this call, not owned.
 
     /// @{
     /// How many entries on threads' stacks and in the key map lead here. The correlator keeps them.

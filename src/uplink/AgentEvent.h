@@ -59,10 +59,10 @@ public:
 private:
     class Walk;
 
-    void prepare(bool isClient);
-    int walk(unsigned char* room, int size, bool isClient);
-    void walkFields(Walk& walk, bool isClient);
-    void walkCheckpoints(Walk& walk);
+    QZ_LOCAL void prepare(bool isClient);
+    QZ_LOCAL int walk(unsigned char* room, int size, bool isClient);
+    QZ_LOCAL void walkFields(Walk& walk, bool isClient);
+    QZ_LOCAL void walkCheckpoints(Walk& walk);
     void computeParts();
     int payloadLength() const;
     unsigned char flags() const;
