@@ -19,7 +19,7 @@ int TestInputStream::read(unsigned char* buffer, int offset, int length) {
     if (itsFailAt > itsPosition) given = std::min(given, itsFailAt - itsPosition);
     std::memcpy(buffer + offset, itsBytes.data() + itsPosition, static_cast<unsigned>(given));
     itsPosition += given;
-    itsLeft -= given;
+    itsLeft = itsLeft > given ? itsLeft - given : -1;
     return given;
 }
 
@@ -37,7 +37,7 @@ int TestInputStream::available() {
 int TestInputStream::portion() {
     const int rest = static_cast<int>(itsBytes.size()) - itsPosition;
     if (itsPortions.empty()) return rest;
-    if (itsLeft <= 0) itsLeft = itsPortions[itsNextPortion++ % itsPortions.size()];
+    if (itsLeft < 0) itsLeft = itsPortions[itsNextPortion++ % itsPortions.size()];
     return std::min(itsLeft, rest);
 }
 

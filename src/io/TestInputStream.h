@@ -39,7 +39,7 @@ private:
     int portion();
 
     unsigned int itsNextPortion = 0;  // index
-    int itsLeft = 0;                  // bytes of the present portion
+    int itsLeft = -1;                 // bytes of the present portion; -1 for none
 };
 
 }  // namespace Quenvale::Interceptor::SDK::IO

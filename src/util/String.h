@@ -30,10 +30,9 @@ public:
     String(String&& other) noexcept : itsText(std::exchange(other.itsText, nullptr)) {}
     ~String() { release(itsText); }
 
-    /// A copy. The old text goes first, so `text` must not lie in it.
+    /// A copy. `text` may lie in the old one.
     String& operator=(const char* text) {
-        release(itsText);
-        itsText = convert(text);
+        release(std::exchange(itsText, convert(text)));
         return *this;
     }
     /// A copy; to itself it does nothing.

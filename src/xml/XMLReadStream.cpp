@@ -15,12 +15,10 @@ bool isSeparator(char c) {
     return std::strchr(XMLReadStream::theSeparators.c_str(), c) != nullptr;
 }
 
-void validateString(const Util::String& token) {
-    const char* text = token.c_str();
-    const unsigned int length = token.length();
-    if (*text != XMLReadStream::theStarters) return;
-    if (length <= 2 || text[length - 1] != XMLReadStream::theTerminators)
-        fail("Invalid tag : ", text);
+void validateString(const std::string& token) {
+    if (token.front() != XMLReadStream::theStarters) return;
+    if (token.size() <= 2 || token.back() != XMLReadStream::theTerminators)
+        fail("Invalid tag : ", token.c_str());
 }
 
 }  // namespace
@@ -62,7 +60,7 @@ void XMLReadStream::readString(Util::String& token) {
         }
     }
     token = read.c_str();
-    if (isBrokenOff) validateString(token);
+    if (isBrokenOff) validateString(read);
 }
 
 }  // namespace RofXML

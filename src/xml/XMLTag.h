@@ -12,7 +12,7 @@ namespace RofXML {
 /// Threads:   one at a time; there is no lock.
 /// Ownership: the children belong to the tag and are destroyed with it, however deep they nest.
 ///            Texts handed out belong to the tag.
-/// Errors:    as told in XMLReadStream.h. What was complete before stays in the tree.
+/// Errors:    see XMLReadStream.h. What was complete before stays in the tree.
 class QZ_API XMLTag {
 public:
     using Tags = std::multimap<Util::String, XMLTag*>;        // Children by name.
