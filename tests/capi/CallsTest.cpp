@@ -1,16 +1,9 @@
 // The calls of the C interface down to the uplink.
-#include <gtest/gtest.h>
+#include "capi/Fixture.h"
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include "capi/QZInt-c.h"
-#include "capi/records.h"
-#include "harness/RecordingUplink.h"
 
 namespace {
 
@@ -18,39 +11,11 @@ using namespace Quenvale::Interceptor::SDK;
 using harness::RecordingUplink;
 using harness::Report;
 
-std::string taken(char* text) {
-    const std::string result = text == nullptr ? "(null)" : text;
-    qz_free(text);
-    return result;
-}
-
-class Calls : public testing::Test {
-protected:
-    Calls() { reports(); }
-
-    static std::vector<Report> reports() { return RecordingUplink::instance().take(); }
-    static std::string kinds() { return RecordingUplink::instance().kinds(); }
-
-    static ServerInteractionStruct* server(const char* url = "http://h/shop/cart") {
-        ServerInteractionStruct* record = qz_beginServer();
-        siSetUrl(record, url);
-        return record;
-    }
-    static ServerInteractionStruct* named(ServerInteractionStruct* record) {
-        siSetGroupName(record, "g");
-        return record;
-    }
-    static void end(ServerInteractionStruct* record) {
-        qz_endServer(record);
-        freeServerInteraction(record);
-    }
-    static InteractionStubStruct* stub(ServerInteractionStruct* r) { return r->interaction->stub; }
-};
+struct Calls : harness::RecordTest {};
 
 TEST_F(Calls, AServerReportsRequestAndReply) {
     ServerInteractionStruct* record = server();
-    EXPECT_NE(stub(record)->site->flow->flowID, nullptr) << "the first record holds a flow id";
-    siSetOpName(record, "get");
+    EXPECT_NE(flow(record)->flowID, nullptr) << "the first record holds a flow id";
     qz_serverAnalyzed(record);
     EXPECT_EQ(stub(record)->state, 1);
     EXPECT_EQ(taken(siGetGroupName(record)), "shop");
@@ -66,7 +31,7 @@ TEST_F(Calls, AServerReportsRequestAndReply) {
     EXPECT_EQ(got[1].failure, "bad");
     EXPECT_EQ(got[1].msgSize, 1LL << 33);
     EXPECT_EQ(got[1].url, "http://h/shop/cart");
-    EXPECT_EQ(stub(record)->site->flow->impl, nullptr);
+    EXPECT_EQ(flow(record)->impl, nullptr);
     EXPECT_EQ(siGetSize(record, nullptr), 1LL << 33) << "the record still answers";
     siSetUrl(record, "x");
     EXPECT_EQ(taken(siGetUrl(record)), "changed too late");
@@ -77,25 +42,14 @@ TEST_F(Calls, AServerReportsRequestAndReply) {
     EXPECT_EQ(kinds(), "");
 }
 
-TEST_F(Calls, WithoutAnAnalysedCallOneReportHoldsBothSides) {
-    ServerInteractionStruct* record = server();
-    stub(record)->site->opName = qz_strdup("direct");
-    end(record);
-    const auto got = reports();
-    ASSERT_EQ(got.size(), 1U);
-    EXPECT_EQ(got[0].kind(), "whole");
-    EXPECT_EQ(got[0].opName, "direct");
-}
-
 TEST_F(Calls, AClientInsideAServerPushesItsRequestOut) {
     ServerInteractionStruct* record = server();
     ClientInteractionStruct* client = qz_beginClient();
     ciSetUrl(client, "http://back/db/rows");
     EXPECT_EQ(taken(qz_strdup(client->interaction->stub->site->flow->flowID)),
-              std::string(stub(record)->site->flow->flowID));
+              std::string(flow(record)->flowID));
     qz_clientAnalyzed(client);
-    qz_endClient(client);
-    freeClientInteraction(client);
+    end(client);
     // The record was not told that the stage was passed, so pushing it takes the object back.
     qz_serverAnalyzed(record);
     end(record);
@@ -121,9 +75,8 @@ TEST_F(Calls, CreateIsNewAndGetFindsTheInnermost) {
     EXPECT_EQ(qz_getClient(), nullptr);
     ServerInteractionStruct* outer = server();
     ServerInteractionStruct* inner = qz_createServer();
-    EXPECT_EQ(qz_getServer(), inner);
     stub(inner)->failure = qz_strdup("unpushed");
-    qz_getServer();
+    EXPECT_EQ(qz_getServer(), inner);
     EXPECT_EQ(stub(inner)->failure, nullptr) << "a refresh overwrites what was not pushed";
     std::thread([] { EXPECT_EQ(qz_getServer(), nullptr); }).join();
     siSetUrl(inner, "http://h/a/b");
@@ -132,23 +85,19 @@ TEST_F(Calls, CreateIsNewAndGetFindsTheInnermost) {
     ClientInteractionStruct* client = qz_createClient();
     EXPECT_EQ(qz_getClient(), client);
     ciSetGroupName(client, "g");
-    qz_endClient(client);
-    freeClientInteraction(client);
+    end(client);
     end(outer);
-    reports();
-}
+    EXPECT_EQ(qz_getServer(), nullptr);
 
-TEST_F(Calls, GetMakesTheRecordThatIsMissing) {
     ServerInteraction* object = ServerInteraction::create(Util::String::NIL);
-    ServerInteractionStruct* record = qz_getServer();
-    EXPECT_EQ(objectOf(record), object);
-    EXPECT_EQ(qz_getServer(), record);
-    siSetGroupName(record, "g");
-    end(record);
-    reports();
+    ServerInteractionStruct* made = qz_getServer();
+    EXPECT_EQ(objectOf(made), object) << "a record that is missing is made";
+    EXPECT_EQ(qz_getServer(), made);
+    siSetGroupName(made, "g");
+    end(made);
 }
 
-TEST_F(Calls, WhatWasWrittenDirectlyIsAppliedOnDemand) {
+TEST_F(Calls, WhatWasWrittenDirectlyIsAppliedOnDemandAndAtTheEnd) {
     ServerInteractionStruct* record = server();
     Interaction* object = objectOf(record);
     // As a caller without our helpers does it.
@@ -158,13 +107,13 @@ TEST_F(Calls, WhatWasWrittenDirectlyIsAppliedOnDemand) {
     qz_applyCallerToRealServerInteraction(record);
     EXPECT_TRUE(object->getUrl() == "http://h/other/page");
     EXPECT_TRUE(object->itsSecurityID == "someone");
-    qz_serverAnalyzed(record);
-    std::free(stub(record)->site->opID);
-    stub(record)->site->opID = nullptr;
+    stub(record)->site->opName = qz_strdup("direct");
     qz_endServer(record);
     qz_applyCallerToRealServerInteraction(record);
     freeServerInteraction(record);
-    EXPECT_EQ(kinds(), "request reply ");
+    const auto got = reports();
+    ASSERT_EQ(got.size(), 1U);
+    EXPECT_EQ(got[0].kind() + " " + got[0].opName, "whole direct");
 }
 
 TEST_F(Calls, AGroupThatCannotBeNamedIsThrownAndTheObjectStays) {
@@ -184,15 +133,15 @@ TEST_F(Calls, AGroupThatCannotBeNamedIsThrownAndTheObjectStays) {
 
     record = qz_beginServer();
     EXPECT_THROW(qz_createClient(), const char*) << "it reports the server's request";
-    end(named(record));
+    siSetGroupName(record, "g");
+    end(record);
     record = qz_beginServer();
     const unsigned char one[] = "one", two[] = "two";
     siSetPayload(record, one, 3);
     EXPECT_THROW(siSetPayload(record, two, 3), const char*);
-    PayloadStruct* held = siGetPayload(record);
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(held->data), 3), "one");
-    qz_freePayload(held);
-    end(named(record));
+    EXPECT_EQ(heldBy(record), "one");
+    siSetGroupName(record, "g");
+    end(record);
 }
 
 TEST_F(Calls, ASecondPayloadSendsTheRequestWithTheFirst) {
@@ -201,25 +150,23 @@ TEST_F(Calls, ASecondPayloadSendsTheRequestWithTheFirst) {
     siSetPayload(record, one, 3);
     EXPECT_EQ(siGetSize(record, nullptr), 3);
     siSetPayload(record, reply, 5);
-    auto got = reports();
+    const auto got = reports();
     ASSERT_EQ(got.size(), 1U);
     EXPECT_EQ(got[0].payload, "one");
-    PayloadStruct* held = siGetPayload(record);
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(held->data), 5), "reply");
-    qz_freePayload(held);
+    EXPECT_EQ(heldBy(record), "reply");
     siSetPayload(record, reply, 0);
     EXPECT_EQ(siGetPayload(record), nullptr);
     EXPECT_EQ(siGetSize(record, nullptr), 0);
     end(record);
     // The record's stage was never refreshed, so the end call goes by the object's.
     EXPECT_EQ(kinds(), "reply ");
-    qz_freePayload(nullptr);
 }
 
 TEST_F(Calls, NullRecordsAndNullTexts) {
     ServerInteractionStruct* none = nullptr;
     qz_serverAnalyzed(none);
     qz_endServer(none);
+    qz_serverJoin(none, nullptr);
     siSetUrl(none, "x");
     siSetSize(none, 1);
     siSetPayload(none, nullptr, 0);
@@ -229,9 +176,20 @@ TEST_F(Calls, NullRecordsAndNullTexts) {
     EXPECT_EQ(siGetSize(none, nullptr), 0);
     EXPECT_EQ(siGetPayload(none), nullptr);
     EXPECT_EQ(siGetMsgField(none, "a"), nullptr);
-    EXPECT_EQ(ciGetPayloadContentType(nullptr), nullptr);
-    qz_copyUplinkToClient(nullptr, nullptr);
+    EXPECT_EQ(qz_readHeader("Flow=a;", none), 0);
+    EXPECT_EQ(qz_writeHeader(nullptr, 1), nullptr);
+    EXPECT_EQ(qz_split(nullptr, nullptr), nullptr);
+    EXPECT_EQ(qz_splitServer(none, nullptr), nullptr);
     EXPECT_EQ(qz_strdup(nullptr), nullptr);
+    qz_copyUplinkToClient(nullptr, nullptr);
+    qz_endSubRequest(nullptr, nullptr);
+    qz_freePayload(nullptr);
+    freeServerInteraction(nullptr);
+    freeClientInteraction(nullptr);
+    freeInteraction(nullptr);
+    freeInteractionStub(nullptr);
+    freeSiteStub(nullptr);
+    freeFlowStub(nullptr);
 
     ServerInteractionStruct* record = server();
     siSetUrl(record, nullptr);
@@ -241,7 +199,6 @@ TEST_F(Calls, NullRecordsAndNullTexts) {
     siSetMsgField(record, nullptr, "v", 1);
     EXPECT_EQ(siGetMsgField(record, nullptr), nullptr);
     end(record);
-    reports();
 }
 
 TEST_F(Calls, AccessorsWriteRecordAndObjectTogether) {
@@ -268,7 +225,6 @@ TEST_F(Calls, AccessorsWriteRecordAndObjectTogether) {
     EXPECT_TRUE(object->itsGroupID.empty());
     siSetGroupID(record, "ok");
     end(record);
-    reports();
 }
 
 TEST_F(Calls, OneCallCanTakeTheQueueOfAnother) {
@@ -294,11 +250,11 @@ TEST_F(Calls, OneCallCanTakeTheQueueOfAnother) {
 }
 
 TEST_F(Calls, AFlushReachesTheUplinkAndKeepsErrno) {
-    const int flushes = RecordingUplink::instance().flushes;
+    const int before = RecordingUplink::instance().flushes;
     errno = 77;
     qz_flushUplink();
     EXPECT_EQ(errno, 77);
-    EXPECT_EQ(RecordingUplink::instance().flushes, flushes + 1);
+    EXPECT_EQ(RecordingUplink::instance().flushes, before + 1);
 }
 
 }  // namespace

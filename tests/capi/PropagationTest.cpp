@@ -1,35 +1,11 @@
 // Headers, splits, joins and sub-requests through the C interface.
-#include <gtest/gtest.h>
-
-#include <string>
-#include <thread>
-
-#include "capi/QZInt-c.h"
-#include "capi/records.h"
-#include "harness/RecordingUplink.h"
+#include "capi/Fixture.h"
 
 namespace {
 
 using namespace Quenvale::Interceptor::SDK;
-using harness::RecordingUplink;
 
-class Propagation : public testing::Test {
-protected:
-    Propagation() { kinds(); }
-    static std::string kinds() { return RecordingUplink::instance().kinds(); }
-    static ServerInteractionStruct* server() {
-        ServerInteractionStruct* record = qz_beginServer();
-        siSetUrl(record, "http://h/shop/cart");
-        return record;
-    }
-    static void end(ServerInteractionStruct* record) {
-        qz_endServer(record);
-        freeServerInteraction(record);
-    }
-    static FlowStubStruct* flow(ServerInteractionStruct* r) {
-        return r->interaction->stub->site->flow;
-    }
-};
+struct Propagation : harness::RecordTest {};
 
 TEST_F(Propagation, AHeaderJoinsTwoHops) {
     ServerInteractionStruct* front = server();
@@ -44,7 +20,7 @@ TEST_F(Propagation, AHeaderJoinsTwoHops) {
         EXPECT_STREQ(flow(back)->flowID, flow(front)->flowID);
         EXPECT_TRUE(static_cast<ServerInteraction*>(objectOf(back))->getUpstreamInteractionID() ==
                     objectOf(client)->getInteractionID());
-        EXPECT_STREQ(back->interaction->stub->calleeAddr, "back.example");
+        EXPECT_STREQ(stub(back)->calleeAddr, "back.example");
         qz_serverAnalyzed(back);
         EXPECT_EQ(qz_readHeader("Flow=other;", back), 0) << "too late";
         EXPECT_STREQ(flow(back)->flowID, flow(front)->flowID);
@@ -55,9 +31,6 @@ TEST_F(Propagation, AHeaderJoinsTwoHops) {
     EXPECT_EQ(qz_writeHeader(client, 0), nullptr);
     freeClientInteraction(client);
     end(front);
-    EXPECT_EQ(qz_readHeader("Flow=a;", nullptr), 0);
-    EXPECT_EQ(qz_writeHeader(nullptr, 1), nullptr);
-    kinds();
 }
 
 TEST_F(Propagation, ASplitGoesOnElsewhereAndReportsNothing) {
@@ -66,7 +39,7 @@ TEST_F(Propagation, ASplitGoesOnElsewhereAndReportsNothing) {
     char* block = qz_splitServer(record, &size);
     ASSERT_NE(block, nullptr);
     EXPECT_EQ(objectOf(record)->itsState, 1);
-    EXPECT_EQ(record->interaction->stub->state, 0) << "the record is not refreshed";
+    EXPECT_EQ(stub(record)->state, 0) << "the record is not refreshed";
     EXPECT_EQ(kinds(), "request ");
     const std::string id = objectOf(record)->getInteractionID().c_str();
     std::thread([&] {
@@ -75,53 +48,42 @@ TEST_F(Propagation, ASplitGoesOnElsewhereAndReportsNothing) {
         EXPECT_TRUE(objectOf(other)->getInteractionID() == id.c_str());
         ClientInteractionStruct* client = qz_beginClient();
         ciSetUrl(client, "http://h/a/b");
-        EXPECT_STREQ(client->interaction->stub->site->flow->parentID, id.c_str());
-        qz_endClient(client);
-        freeClientInteraction(client);
+        EXPECT_STREQ(flow(client)->parentID, id.c_str());
+        end(client);
         end(other);
     }).join();
     EXPECT_EQ(kinds(), "whole ") << "the client's event is the only one";
     qz_free(block);
     end(record);
     EXPECT_EQ(kinds(), "reply ");
-    EXPECT_EQ(qz_split(nullptr, nullptr), nullptr);
-    EXPECT_EQ(qz_splitServer(nullptr, &size), nullptr);
     record = server();
     block = qz_splitServer(record, nullptr);
     EXPECT_NE(block, nullptr) << "who needs no size gets the block all the same";
     qz_free(block);
     end(record);
-    kinds();
 }
 
 TEST_F(Propagation, AJoinTakesFlowAndIdentity) {
-    ServerInteractionStruct* first = qz_createServer();
+    ServerInteractionStruct* first = server();
     ServerInteractionStruct* second = qz_createServer();
-    siSetGroupName(first, "g");
     siSetGroupName(second, "g");
     qz_serverJoin(second, first->interaction);
     EXPECT_STREQ(flow(second)->flowID, flow(first)->flowID);
     EXPECT_TRUE(objectOf(second)->getInteractionID() == objectOf(first)->getInteractionID());
-    qz_serverJoin(nullptr, first->interaction);
     qz_serverJoin(second, nullptr);
     end(second);
     end(first);
-    kinds();
 }
 
 TEST_F(Propagation, ASiteTravelsAsOneBlock) {
     SiteStubStruct* site = newSiteStub();
-    unsigned size = 0;
-    char* block = serializeSiteStub(site, &size);
-    EXPECT_EQ(size, 27U);
-    EXPECT_EQ(std::string(block, size), std::string(27, '\0'));
-    qz_free(block);
     site->opName = qz_strdup("op");
     site->opID = qz_strdup("left behind");
     site->svcType = -2;
     site->continuation = 1;
     site->flow->pPathID = qz_strdup("last");
-    block = serializeSiteStub(site, &size);
+    unsigned size = 0;
+    char* block = serializeSiteStub(site, &size);
     EXPECT_EQ(size, 27U + 6);
     SiteStubStruct* back = deserializeSiteStub(block, nullptr);
     EXPECT_STREQ(back->opName, "op");
@@ -135,9 +97,6 @@ TEST_F(Propagation, ASiteTravelsAsOneBlock) {
     freeSiteStub(back);
     EXPECT_EQ(serializeSiteStub(nullptr, &size), nullptr);
     EXPECT_EQ(strlencustom(nullptr), 0U);
-    char byte = 'x';
-    EXPECT_EQ(addstring("", &byte), &byte + 1);
-    EXPECT_EQ(byte, '\0');
 }
 
 TEST_F(Propagation, ASubRequestIsAPairInsideItsServer) {
@@ -159,7 +118,6 @@ TEST_F(Propagation, ASubRequestIsAPairInsideItsServer) {
     qz_endSubRequest(client, inner);
     end(record);
     EXPECT_EQ(kinds(), "request request request reply reply reply ");
-    qz_endSubRequest(nullptr, nullptr);
 }
 
 TEST_F(Propagation, ASubRequestThatThrowsLeavesWhatCanBeEnded) {
@@ -172,9 +130,11 @@ TEST_F(Propagation, ASubRequestThatThrowsLeavesWhatCanBeEnded) {
     EXPECT_THROW(qz_createSubRequest("sub", &client, &inner), Util::APIException*);
     ASSERT_NE(client, nullptr);
     EXPECT_EQ(inner, nullptr);
-    EXPECT_NE(qz_getClient(), nullptr);
+    ClientInteractionStruct* made = qz_getClient();
+    EXPECT_NE(made, nullptr);
     qz_endSubRequest(client, inner);
     EXPECT_EQ(qz_getClient(), nullptr);
+    freeClientInteraction(made);
     end(record);
     EXPECT_EQ(kinds(), "request whole reply ");
 }

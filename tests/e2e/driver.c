@@ -115,41 +115,43 @@ static void spin(int threads) {
     for (i = 0; i < threads; ++i) pthread_detach(startCalls(i, -1));
 }
 
+static ServerInteractionStruct* ourOpenCall;
+
+/* 0 when the command is not known. */
+static int obey(char** words) {
+    const char* command = words[0];
+    if (strcmp(command, "server") == 0) {
+        serverCall(words);
+    } else if (strcmp(command, "whole") == 0) {
+        end(begin(words[1], words[2]));
+    } else if (strcmp(command, "nest") == 0) {
+        nestedCalls(words);
+    } else if (strcmp(command, "open") == 0) {
+        ourOpenCall = begin(words[1], words[2]);
+        qz_serverAnalyzed(ourOpenCall);
+    } else if (strcmp(command, "close") == 0) {
+        end(ourOpenCall);
+    } else if (strcmp(command, "flood") == 0) {
+        flood(atoi(words[1]), atoi(words[2]));
+    } else if (strcmp(command, "spin") == 0) {
+        spin(atoi(words[1]));
+    } else if (strcmp(command, "flush") == 0) {
+        qz_flushUplink();
+    } else {
+        return 0;
+    }
+    return 1;
+}
+
 int main(void) {
     char line[4096];
-    ServerInteractionStruct* held = NULL;
     if (!symbolsWork()) return 4;
-    while (fgets(line, sizeof line, stdin) != NULL) {
+    while (fgets(line, sizeof line, stdin) != NULL && strcmp(line, "exit\n") != 0) {
         char* words[8] = {NULL};
+        char* rest = line;
         int count = 0;
-        char* rest = NULL;
-        char* word;
-        for (word = strtok_r(line, " \n", &rest); word != NULL && count < 8;
-             word = strtok_r(NULL, " \n", &rest))
-            words[count++] = word;
-        if (count == 0) continue;
-        if (strcmp(words[0], "server") == 0) {
-            serverCall(words);
-        } else if (strcmp(words[0], "whole") == 0) {
-            end(begin(words[1], words[2]));
-        } else if (strcmp(words[0], "nest") == 0) {
-            nestedCalls(words);
-        } else if (strcmp(words[0], "open") == 0) {
-            held = begin(words[1], words[2]);
-            qz_serverAnalyzed(held);
-        } else if (strcmp(words[0], "close") == 0) {
-            end(held);
-        } else if (strcmp(words[0], "flood") == 0) {
-            flood(atoi(words[1]), atoi(words[2]));
-        } else if (strcmp(words[0], "spin") == 0) {
-            spin(atoi(words[1]));
-        } else if (strcmp(words[0], "flush") == 0) {
-            qz_flushUplink();
-        } else if (strcmp(words[0], "exit") == 0) {
-            return 0;
-        } else {
-            return 2;
-        }
+        while (count < 7 && (words[count] = strtok_r(NULL, " \n", &rest)) != NULL) ++count;
+        if (!obey(words)) return 2;
         puts("ok");
         fflush(stdout);
     }

@@ -4,12 +4,12 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstring>
 
 namespace harness {
@@ -46,7 +46,9 @@ Child::Child(const std::string& program, const std::vector<std::string>& argumen
     args.push_back(nullptr);
 
     int in[2], out[2];
-    if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0) return;
+    // A write to a socket whose reader has gone raises no signal.
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, in) != 0) return;
+    if (pipe2(out, O_CLOEXEC) != 0) return;
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, in[0], 0);
@@ -61,11 +63,9 @@ Child::Child(const std::string& program, const std::vector<std::string>& argumen
 }
 
 Child::~Child() {
+    kill();
+    wait();
     close(itsInput);
-    if (itsId > 0) {
-        kill();
-        wait();
-    }
     close(itsOutput);
 }
 
@@ -76,18 +76,8 @@ std::string Child::ask(const std::string& line, int limit) {
 
 void Child::tell(const std::string& line) {
     const std::string text = line + "\n";
-    // A program that has ended shows at the next read, so a failed write needs no report. The
-    // signal of a broken pipe is masked for the one write.
-    sigset_t broken, before;
-    sigemptyset(&broken);
-    sigaddset(&broken, SIGPIPE);
-    pthread_sigmask(SIG_BLOCK, &broken, &before);
-    const ssize_t written = write(itsInput, text.data(), text.size());
-    if (written < 0 && errno == EPIPE) {
-        const timespec none = {};
-        sigtimedwait(&broken, nullptr, &none);
-    }
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    // A program that has ended shows at the next read.
+    send(itsInput, text.data(), text.size(), MSG_NOSIGNAL);
 }
 
 std::string Child::readLine(int limit) {

@@ -1,60 +1,47 @@
 #include "harness/RawAgent.h"
 
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <algorithm>
-
-#include "harness/loopback.h"
 
 namespace harness {
 
 /// Reads values off a connection and remembers their bytes. After the end it reads zeros.
 class RawAgent::Reader {
 public:
-    explicit Reader(int descriptor) : itsDescriptor(descriptor) {}
+    explicit Reader(RawSocket& socket) : itsSocket(socket) {}
 
-    int byte() {
-        unsigned char value = 0;
-        isAtEnd = isAtEnd || recv(itsDescriptor, &value, 1, MSG_WAITALL) != 1;
-        if (isAtEnd) return 0;
-        raw.push_back(static_cast<char>(value));
-        return value;
+    std::string bytes(std::size_t count) {
+        const std::string text = itsSocket.receive(count);
+        isAtEnd = isAtEnd || text.size() < count;
+        raw += text;
+        return text;
     }
     unsigned number() {
         unsigned value = 0;
         for (int shift = 0;; shift += 7) {
-            const int next = byte();
-            value |= static_cast<unsigned>(next & 0x7f) << shift;
-            if (next < 0x80) return value;
+            const std::string byte = bytes(1);
+            if (isAtEnd) return 0;
+            value |= (static_cast<unsigned char>(byte[0]) & 0x7fU) << shift;
+            if ((byte[0] & 0x80) == 0) return value;
         }
     }
-    std::string bytes(std::size_t count) {
-        std::string text;
-        while (text.size() < count && !isAtEnd) text.push_back(static_cast<char>(byte()));
-        return text;
-    }
-    std::string text() {
-        const unsigned length = number();
-        return bytes(length < 2 ? 0 : length - 1);
-    }
-    std::string block() {
-        const unsigned length = number();
-        if (length < 2) return "";
-        std::string all = bytes(length - 1);
-        for (unsigned more = number(); more > 0; more = number()) all += bytes(more);
-        return all;
+    void block() {
+        unsigned length = number();
+        if (length < 2) return;
+        for (--length; length > 0; length = number()) bytes(length);
     }
     /// False at the end of the connection.
     bool message() {
         raw.clear();
-        byte();
+        bytes(1);
         block();
         if (number() != 0) {
             number();
-            for (int i = 0; i < 3; ++i) text();
+            for (int i = 0; i < 3; ++i) {
+                const unsigned length = number();
+                bytes(length < 2 ? 0 : length - 1);
+            }
             block();
-            byte();
+            bytes(1);
         }
         return !isAtEnd;
     }
@@ -63,7 +50,7 @@ public:
     bool isAtEnd = false;
 
 private:
-    int itsDescriptor;
+    RawSocket& itsSocket;
 };
 
 RawAgent::RawAgent(std::vector<Manners> manners)
@@ -77,12 +64,8 @@ RawAgent::~RawAgent() {
     shutdown(itsListener, SHUT_RDWR);
     itsThreads.front().join();
     itsThreads.pop_front();
-    {
-        std::lock_guard<std::mutex> guard(itsLock);
-        for (const int descriptor : itsDescriptors) shutdown(descriptor, SHUT_RDWR);
-    }
+    for (const RawSocket& socket : itsSockets) shutdown(socket.descriptor(), SHUT_RDWR);
     for (std::thread& thread : itsThreads) thread.join();
-    for (const int descriptor : itsDescriptors) close(descriptor);
     close(itsListener);
 }
 
@@ -103,46 +86,38 @@ void RawAgent::listen() {
         std::lock_guard<std::mutex> guard(itsLock);
         const std::size_t number = itsConnections.size();
         itsConnections.emplace_back();
-        itsDescriptors.push_back(descriptor);
+        RawSocket& socket = itsSockets.emplace_back(descriptor);
         const Manners& manners = itsManners[std::min(number, itsManners.size() - 1)];
-        itsThreads.emplace_back([=, &manners] { serve(descriptor, number, manners); });
+        itsThreads.emplace_back([=, &socket, &manners] { serve(socket, number, manners); });
     }
 }
 
-void RawAgent::serve(int descriptor, std::size_t number, const Manners& manners) {
-    Reader reader(descriptor);
+void RawAgent::serve(RawSocket& socket, std::size_t number, const Manners& manners) {
+    Reader reader(socket);
     reader.bytes(12);
     std::string id(1, static_cast<char>(manners.id.size() + 1));
     if (!manners.id.empty()) id += manners.id + '\0';
-    send(descriptor, id.data(), id.size(), MSG_NOSIGNAL);
-    reader.byte();
-    const std::string echo = reader.block();
-    reader.byte();
-    change(number, [&](Connection& connection) {
-        connection.echo = echo;
-        connection.handshake = reader.raw;
-    });
-    if (!reader.isAtEnd) {
-        const char answer = static_cast<char>(manners.answer);
-        send(descriptor, &answer, 1, MSG_NOSIGNAL);
-    }
+    socket.send(id);
+    reader.bytes(1);
+    reader.block();
+    reader.bytes(1);
+    change(number, [&](Connection& connection) { connection.handshake = reader.raw; });
+    if (!reader.isAtEnd) socket.send(std::string(1, static_cast<char>(manners.answer)));
     int left = manners.messagesBeforeReset;
     while (left != 0 && reader.message()) {
-        --left;
         // The reset that is due has been sent before the last message is told of.
-        if (left == 0) break;
+        if (--left == 0) reset(socket);
         change(number, [&](Connection& connection) { connection.messages.push_back(reader.raw); });
     }
-    if (left == 0) {
-        const linger atOnce = {1, 0};
-        setsockopt(descriptor, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
-        // Disconnecting resets and keeps the descriptor, which the destructor closes.
-        const sockaddr none = {};
-        connect(descriptor, &none, sizeof none);
-        if (manners.messagesBeforeReset > 0)
-            change(number, [&](Connection& c) { c.messages.push_back(reader.raw); });
-    }
     change(number, [](Connection& connection) { connection.isOver = true; });
+}
+
+void RawAgent::reset(RawSocket& socket) {
+    const linger atOnce = {1, 0};
+    setsockopt(socket.descriptor(), SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
+    // Disconnecting resets and keeps the descriptor, which its owner closes.
+    const sockaddr none = {};
+    connect(socket.descriptor(), &none, sizeof none);
 }
 
 void RawAgent::change(std::size_t number, const std::function<void(Connection&)>& change) {

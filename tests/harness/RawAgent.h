@@ -8,6 +8,8 @@
 #include <thread>
 #include <vector>
 
+#include "harness/loopback.h"
+
 namespace harness {
 
 /// What a connection gets to see. The rows serve one connection each, the last one all others.
@@ -25,7 +27,6 @@ class RawAgent {
 public:
     using Manners = AgentManners;
     struct Connection {
-        std::string echo;       // The id as the library gave it back.
         std::string handshake;  // All that the library sent up to the agent's yes or no.
         std::vector<std::string> messages;
         bool isOver = false;
@@ -53,7 +54,8 @@ private:
     class Reader;
 
     void listen();
-    void serve(int descriptor, std::size_t number, const Manners& manners);
+    void serve(RawSocket& socket, std::size_t number, const Manners& manners);
+    static void reset(RawSocket& socket);
     void change(std::size_t number, const std::function<void(Connection&)>& change);
 
     const std::vector<Manners> itsManners;
@@ -62,7 +64,7 @@ private:
     std::mutex itsLock;
     std::condition_variable itsChange;
     std::vector<Connection> itsConnections;
-    std::vector<int> itsDescriptors;
+    std::list<RawSocket> itsSockets;
     std::list<std::thread> itsThreads;
 };
 

@@ -5,12 +5,10 @@
 #include <thread>
 
 #include "config/InterceptorConfig.h"
-#include "harness/RecordingUplink.h"
+#include "harness/TextReader.h"
 #include "helpers/Helpers.h"
 #include "interaction/ClientInteraction.h"
 #include "interaction/ServerInteraction.h"
-#include "io/ByteArrayInputStream.h"
-#include "util/ByteStreamReader.h"
 #include "util/Clock.h"
 #include "util/Socket.h"
 #include "util/uri.h"
@@ -25,24 +23,19 @@ protected:
     ~Trust() override { configure(""); }
 
     static void configure(const std::string& trust) {
-        std::string config = trust + "127.0.0.1\n1\n1\n0\n0\n0\n0\n0\n0\n";
-        IO::ByteArrayInputStream bytes(
-            Util::ByteArray(reinterpret_cast<unsigned char*>(config.data()),
-                            static_cast<int>(config.size()), false));
-        Util::ByteStreamReader reader(&bytes);
-        InterceptorConfig::itsCurrent.load(reader);
-        reader.closeReader();
+        harness::TextReader reader(trust + "127.0.0.1\n1\n1\n0\n0\n0\n0\n0\n0\n");
+        InterceptorConfig::itsCurrent.updateConfig(reader);
     }
-    static std::string block(const char* key, const char* asserts, const char* checksAddress,
-                             const char* interval) {
-        return std::string("trustKey=") + key + "\nassertsTrust=" + asserts +
-               "\nchecksCallerAddress=" + checksAddress + "\ntrustInterval=" + interval + "\n";
+    static std::string block(const std::string& key, const std::string& interval,
+                             const std::string& checksAddress = "no") {
+        return "trustKey=" + key + "\nassertsTrust=true\nchecksCallerAddress=" + checksAddress +
+               "\ntrustInterval=" + interval + "\n";
     }
     static long long now() { return Util::Clock::_currentTimeMillis(); }
 };
 
 TEST_F(Trust, AnAssertionAddsItsKeysWithoutTheTime) {
-    configure(block("key", "true", "no", "5"));
+    configure(block("key", "5"));
     ClientInteraction client;
     String header("Flow=f;");
     EXPECT_FALSE(Helpers::assertTrust(header, &client)) << "no interaction id";
@@ -62,7 +55,7 @@ TEST_F(Trust, AnAssertionAddsItsKeysWithoutTheTime) {
     EXPECT_NE(sent.find("CallerAddress=me;CalleeAddress=peer;"), std::string::npos);
     EXPECT_EQ(sent.find("Trust"), std::string::npos) << "the signature never leaves";
     EXPECT_EQ(sent.find("SecurityID"), std::string::npos);
-    configure(block("", "true", "no", "5"));
+    configure(block("", "5"));
     EXPECT_FALSE(Helpers::assertTrust(header, &client)) << "no key";
 }
 
@@ -82,9 +75,9 @@ TEST_F(Trust, NoSignaturePassesAndNoBlockTrustsAll) {
     server.itsUpstreamInteractionID = "never seen 1";
     EXPECT_TRUE(Helpers::checkTrust(&server));
     EXPECT_FALSE(Helpers::intIDCache.hasKey("never seen 1")) << "without a look at the cache";
-    configure(block("k", "no", "no", "0"));
+    configure(block("k", "0"));
     EXPECT_FALSE(Helpers::checkTrust(&server)) << "an interval of 0";
-    configure(block("k", "no", "no", "9"));
+    configure(block("k", "9"));
     server.itsCallerAddr = "c";
     server.itsTrustTimestamp = now();
     server.itsTrustSignature = Helpers::buildTrustSig("k", "c", server.itsTrustTimestamp,
@@ -122,13 +115,14 @@ TEST_F(Trust, APeerIsLookedUpOnce) {
 }
 
 TEST_F(Trust, ConcurrentChecksDoNotMeet) {
-    configure(block("k", "true", "true", "9"));
+    configure(block("k", "9", "true"));
     const auto check = [] {
         for (int i = 0; i < 300; ++i) {
             ServerInteraction server;
             server.itsUpstreamInteractionID = ("t" + std::to_string(i)).c_str();
             server.itsTrustTimestamp = now();
             EXPECT_FALSE(Helpers::checkTrust(&server));
+            EXPECT_TRUE(Helpers::readHeader("Flow=a;FlowFields=a:1,b:2;name=n;CPTime=3;", &server));
             Helpers::checkCallerAddr("a", ("127.0.0." + std::to_string(i % 5)).c_str());
             ClientInteraction client;
             client.itsInteractionID = "id";

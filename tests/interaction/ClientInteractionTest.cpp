@@ -3,44 +3,21 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <memory>
 #include <thread>
 
-#include "harness/RecordingUplink.h"
-#include "interaction/ServerInteraction.h"
+#include "harness/CallTest.h"
 #include "util/guid.h"
 #include "util/identifiers.h"
 
-using namespace Quenvale::Interceptor::SDK;
-using harness::RecordingUplink;
-using Util::String;
-
 namespace {
 
-const String kNone;
+using namespace Quenvale::Interceptor::SDK;
+using Util::String;
 
-class ClientInteractionTest : public testing::Test {
-protected:
-    using Client = std::unique_ptr<ClientInteraction>;
-    using Server = std::unique_ptr<ServerInteraction>;
-
-    void SetUp() override { reports(); }
-    static std::string reports() { return RecordingUplink::instance().kinds(); }
-
-    static Server newServer(const char* key = nullptr) {
-        Server server(ServerInteraction::create(key));
-        server->itsGroupName = "shop";
-        return server;
-    }
-    static Client create(const char* key = nullptr, const char* clientKey = nullptr) {
-        Client client(ClientInteraction::create(key, clientKey, false, true));
-        client->itsGroupName = "shop";
-        return client;
-    }
-};
+struct ClientInteractionTest : harness::CallTest {};
 
 TEST_F(ClientInteractionTest, WithoutAServerItIsAFlowOfItsOwn) {
-    auto client = create();
+    auto client = newClient();
     EXPECT_EQ(client->itsFlowID.length(), 24u);
     EXPECT_EQ(client->itsInteractionID.length(), 24u);
     EXPECT_NE(client->itsFlowID, client->itsInteractionID);
@@ -49,47 +26,42 @@ TEST_F(ClientInteractionTest, WithoutAServerItIsAFlowOfItsOwn) {
     EXPECT_TRUE(client->_getPathID(true).empty());
     EXPECT_TRUE(client->itsCreateFlag);
     EXPECT_EQ(client->itsState, 0);
-    EXPECT_EQ(client->getUpstreamInteractionID().c_str(), nullptr);
 }
 
 TEST_F(ClientInteractionTest, TakesOnItsServersFlow) {
     auto server = newServer();
+    server->itsUrl = "http://host/shop/cart";
     server->itsFlowAttr1 = "attribute";
     server->itsPathID = "path";
     server->itsPlatformType = 7;
     server->getCheckpoints(true)->addIncomingCheckpoint("paid", 1);
-    auto client = create();
+    auto client = newClient();
     EXPECT_EQ(reports(), "request ") << "the server's, whose client goes out";
-    EXPECT_EQ(server->itsState, 1);
     EXPECT_EQ(client->itsFlowID, server->itsFlowID);
-    EXPECT_FALSE(client->itsFlowID.empty());
     EXPECT_EQ(client->itsParentID, server->itsInteractionID);
-    EXPECT_EQ(client->itsFlowAttr1, "attribute");
-    EXPECT_EQ(client->itsPPathID, "path");
+    EXPECT_EQ(client->itsFlowAttr1 + client->itsPPathID, "attributepath");
     EXPECT_TRUE(client->itsPathID.empty());
     EXPECT_EQ(client->itsLocus, server->itsOpID);
+    EXPECT_FALSE(client->itsLocus.empty());
     EXPECT_EQ(client->itsPlatformType, 7);
     EXPECT_EQ(client->itsCheckpoints, server->itsCheckpoints);
     EXPECT_FALSE(client->itOwnsShared);
-    ASSERT_NE(client->itsUplinkData, nullptr);
+    EXPECT_NE(client->itsUplinkData, nullptr);
 
     const auto before = Util::counter.load();
-    auto sibling = create();
+    auto sibling = newClient();
     EXPECT_EQ(Util::counter - before, 2u) << "the flow's id counts also where none is needed";
     EXPECT_EQ(reports(), "");
-    EXPECT_EQ(sibling->itsFlowID, client->itsFlowID);
     EXPECT_EQ(sibling->itsSequenceNumber, client->itsSequenceNumber + 1);
     sibling->end();
     client->end();
     server->end();
-}
 
-TEST_F(ClientInteractionTest, AServerThatReportsNothingStillHasAFlow) {
-    auto server = newServer();
+    server = newServer();
     server->itIsInternal = true;
-    auto client = create();
-    EXPECT_EQ(client->itsFlowID.length(), 24u);
-    EXPECT_EQ(client->itsFlowID, server->itsFlowID);
+    client = newClient();
+    EXPECT_FALSE(client->itsFlowID.empty());
+    EXPECT_EQ(client->itsFlowID, server->itsFlowID) << "also where the server reports nothing";
     EXPECT_TRUE(client->itsParentID.empty()) << "the server's id as it stands";
     client->end();
     server->end();
@@ -97,15 +69,14 @@ TEST_F(ClientInteractionTest, AServerThatReportsNothingStillHasAFlow) {
 
 TEST_F(ClientInteractionTest, OneKeyMakesAnEntryTwoDoNot) {
     const struct {
-        const char* key;
-        const char* clientKey;
+        const char *key, *clientKey;
         bool isFound;
     } rows[] = {{"k", nullptr, true}, {"k", "c", false}, {nullptr, "c", false}};
     for (const auto& row : rows) {
         SCOPED_TRACE(testing::PrintToString(row.clientKey));
         auto server = newServer("k");
         auto inner = newServer();
-        auto client = create(row.key, row.clientKey);
+        auto client = newClient(row.key, row.clientKey);
         EXPECT_EQ(client->itsFlowID == server->itsFlowID, row.key != nullptr)
             << "the parent is the key's server also without an entry";
         EXPECT_EQ(Interaction::get("k", true) == client.get(), row.isFound);
@@ -116,15 +87,8 @@ TEST_F(ClientInteractionTest, OneKeyMakesAnEntryTwoDoNot) {
     }
 }
 
-TEST_F(ClientInteractionTest, AServerThatCannotBeNamedLeavesNoClient) {
-    Server server(ServerInteraction::create(kNone));
-    EXPECT_THROW(ClientInteraction::create(kNone, kNone, false, false), const char*);
-    EXPECT_EQ(Interaction::get(kNone, true), nullptr);
-    EXPECT_EQ(reports(), "");
-}
-
 TEST_F(ClientInteractionTest, ThePathIsComputedOnce) {
-    auto withParent = create();
+    auto withParent = newClient();
     withParent->itsPPathID = "parent";
     withParent->itsUrl = "http://host/shop/cart";
     withParent->loadFromCache();
@@ -134,25 +98,34 @@ TEST_F(ClientInteractionTest, ThePathIsComputedOnce) {
     withParent->setPeerAddr("elsewhere");
     EXPECT_EQ(withParent->_getPathID(true), path);
 
-    auto without = create();
+    auto without = newClient();
     EXPECT_TRUE(without->_getPathID(false).empty());
     without->itsPPathID = "parent";
-    EXPECT_TRUE(without->_getPathID(false).empty());
+    EXPECT_TRUE(without->_getPathID(false).empty()) << "that it has none is kept too";
+}
+
+TEST_F(ClientInteractionTest, ASplitMarksItAndKeepsItsParent) {
+    auto client = newClient();
+    client->itsParentID = "parent";
+    const std::unique_ptr<SiteStub> stub(client->split());
+    EXPECT_TRUE(client->itIsSplit);
+    EXPECT_EQ(client->itsState, 0);
+    EXPECT_EQ(stub->itsParentID, "parent");
 }
 
 TEST_F(ClientInteractionTest, ManagedExternallyItLeavesTheThreadOnce) {
-    auto below = create();
-    auto client = create();
+    auto below = newClient();
+    auto client = newClient();
     client->manageExternally();
     EXPECT_TRUE(client->itIsSplit);
-    EXPECT_EQ(Interaction::get(kNone, true), below.get());
+    EXPECT_EQ(Interaction::get(nullptr, true), below.get());
     // On top again, so that a second pop would show.
     client->storeLocalKey("k");
     std::thread([&] { client->end(); }).join();
     client->itsRefCount = 1;
     EXPECT_EQ(client->itsState, 3);
     EXPECT_EQ(Interaction::get("k", true), client.get());
-    EXPECT_EQ(Interaction::get(kNone, true), client.get());
+    EXPECT_EQ(Interaction::get(nullptr, true), client.get());
     EXPECT_EQ(reports(), "whole ");
     below->end();
 }
@@ -164,7 +137,7 @@ TEST_F(ClientInteractionTest, SiblingsOnTwoThreadsShareWhatTheServerMakes) {
         server->requestAnalyzed();
         server->itComputesPath = true;
         Client clients[2];
-        const auto make = [](Client& client) { client = create("parent", "none"); };
+        const auto make = [](Client& client) { client = newClient("parent", "none"); };
         std::thread other(make, std::ref(clients[1]));
         make(clients[0]);
         other.join();

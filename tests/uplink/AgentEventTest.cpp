@@ -73,7 +73,7 @@ Field textField(When when, int bit, Util::String Interaction::*field) {
     return {when, bit, text("text" + std::to_string(bit)), field};
 }
 
-// Every field gets a value of its own; what the kind of call may not tell is set all the same.
+// What the kind of call may not tell is set all the same.
 void fill(Interaction& call, const std::vector<Field>& fields) {
     for (const Field& field : fields)
         if (field.text != nullptr) call.*field.text = field.bytes.c_str() + 4;
@@ -198,13 +198,23 @@ TEST(AgentEvent, TheSmallestIsAHeadAndTheFormatMark) {
     const std::string head = number(1, 4) + number(22, 4) + number(22, 4) + number(1LL << 43, 8);
     EXPECT_EQ(Client(1, true).event(), "\x03" + head + "\1");
     Client timeless(1, true);
+    timeless.itsMsgFields = new Util::Map<Util::String>;
     timeless.itsStartTime = 1000;
-    EXPECT_EQ(timeless.event().size(), 22U) << "without a duration the end is not known";
+    EXPECT_EQ(timeless.event().size(), 22U) << "no duration, so no end; and a count of nothing";
     timeless.itsStartTime = LLONG_MAX;
     timeless.itsRtTime = 2;
     EXPECT_EQ(timeless.event().substr(22), number(LLONG_MIN + 1, 8)) << "any start may be set";
     EXPECT_TRUE(AgentEvent(nullptr, false, true).itsIsClient);
     EXPECT_EQ(AgentEvent(nullptr, false, true).serialize().data, nullptr);
+}
+
+TEST(AgentEvent, NewCheckpointsNeedNoIncomingOnes) {
+    const std::size_t bare = Client().event().size();
+    Client call;
+    Util::Vector<Util::String> names(2, 16);
+    names.add("n");
+    call.getCheckpoints(true)->setNewCheckpoints(&names);
+    EXPECT_EQ(call.event().substr(bare), number(1, 4) + text("n"));
 }
 
 TEST(AgentEvent, FlagsAreThoseOfTheInteraction) {
@@ -225,8 +235,7 @@ TEST(AgentEvent, FlagsAreThoseOfTheInteraction) {
 
 TEST(AgentEvent, TheTagComesFromTheConfiguration) {
     auto& tag = InterceptorConfig::itsCurrent.itsEventTag;
-    const int before = tag;
-    tag = 0x01020304;
+    const int before = tag.exchange(0x01020304);
     EXPECT_EQ(Client().event().substr(1, 4), "\1\2\3\4");
     tag = 0;
     EXPECT_EQ(Client().event().substr(1, 4), number(1, 4));
@@ -235,14 +244,14 @@ TEST(AgentEvent, TheTagComesFromTheConfiguration) {
 
 TEST(AgentEvent, TheUpstreamOperationShowsOnlyWhereItIsAnother) {
     const struct {
-        const char *why, *upstream, *own;
+        const char *upstream, *own;
         bool differs, shows;
-    } rows[] = {{"another", "a", "b", true, true},
-                {"the same", "a", "a", false, false},
-                {"both missing", nullptr, nullptr, false, false},
-                {"empty", "", "b", true, false}};
+    } rows[] = {{"a", "b", true, true},
+                {"a", "a", false, false},
+                {nullptr, nullptr, false, false},
+                {"", "b", true, false}};
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.why);
+        SCOPED_TRACE(testing::PrintToString(row.upstream));
         Server call;
         call.itsUpstreamOpID = row.upstream;
         call.itsOpID = row.own;
@@ -253,11 +262,11 @@ TEST(AgentEvent, TheUpstreamOperationShowsOnlyWhereItIsAnother) {
     }
 }
 
-TEST(AgentEvent, AServerShowsTheGivenPathAndAClientMakesItsOwn) {
+TEST(AgentEvent, OnlyAClientMakesAPathForItsEvent) {
     Server server;
     Client client;
-    for (Interaction* call :
-         {static_cast<Interaction*>(&server), static_cast<Interaction*>(&client)}) {
+    const std::initializer_list<Interaction*> calls = {&server, &client};
+    for (Interaction* call : calls) {
         call->itComputesPath = true;
         call->itsPPathID = "parent";
         call->itsUrl = "http://h/a";
@@ -266,19 +275,6 @@ TEST(AgentEvent, AServerShowsTheGivenPathAndAClientMakesItsOwn) {
         event.computeSize(!call->isServer());
         EXPECT_EQ((event.itsOptionalMask >> 32 & 1) == 1, call == &client);
     }
-}
-
-TEST(AgentEvent, CountsOfNothingAreAbsent) {
-    const std::size_t bare = Client().event().size();
-    Client call;
-    call.itsMsgFields = new Util::Map<Util::String>;
-    EXPECT_EQ(call.event().size(), bare);
-    Util::Vector<Util::String> names(2, 16);
-    names.add("n");
-    call.getCheckpoints(true)->setNewCheckpoints(&names);
-    AgentEvent event(&call, false, true);
-    EXPECT_EQ(bytesOf(event.serialize()).substr(bare), number(1, 4) + text("n"));
-    EXPECT_EQ(event.itsOptionalMask, 1LL << 43 | 1LL << 40);
 }
 
 TEST(AgentEvent, ThePayloadTravelsInsideOrBeside) {
@@ -298,6 +294,13 @@ TEST(AgentEvent, ThePayloadTravelsInsideOrBeside) {
 
     call.itIncludesPayload = false;
     EXPECT_EQ(call.event(false), bare);
+
+    unsigned char room[4] = {};
+    unsigned char bytes[] = "abc";
+    Util::ByteArray out(room, 4, false);
+    Util::ByteArray content(bytes, 3, false);
+    EXPECT_EQ(AgentEvent::addOptionalDataOnly(out, &content, 2), 2) << "only where it fits";
+    EXPECT_EQ(AgentEvent::addOptionalDataOnly(out, &content, 1), 4);
 }
 
 // A chain of regions in the form {position, length}.
@@ -316,7 +319,6 @@ TEST(AgentEvent, FillRegionsHideBytesAndKeepTheLength) {
         std::vector<std::pair<int, int>> regions;
         const char* out;
     } rows[] = {
-        {"none", {}, "0123456789"},
         {"two", {{1, 2}, {5, 1}}, "0**34*6789"},
         {"up to the last byte", {{0, 9}}, "*********9"},
         {"an empty one", {{3, 0}}, "0123456789"},
@@ -338,17 +340,6 @@ TEST(AgentEvent, FillRegionsHideBytesAndKeepTheLength) {
     EXPECT_DEATH(call.event(), assertion);
     *call.itsPayload->extra = {9, 1, '*', nullptr};
     EXPECT_DEATH(call.event(), assertion);
-}
-
-TEST(AgentEvent, APayloadIsCopiedOnlyWhereItFits) {
-    unsigned char room[5] = {};
-    unsigned char bytes[] = "abc";
-    Util::ByteArray out(room, 4, false);
-    Util::ByteArray message(bytes, 3, false);
-    EXPECT_EQ(AgentEvent::addOptionalDataOnly(out, nullptr, 1), 1);
-    EXPECT_EQ(AgentEvent::addOptionalDataOnly(out, &message, 1), 4);
-    EXPECT_EQ(AgentEvent::addOptionalDataOnly(out, &message, 2), 2);
-    EXPECT_STREQ(reinterpret_cast<char*>(room + 1), "abc");
 }
 
 TEST(AgentEvent, AValueThatChangesBetweenTheWalksLeavesAWholeEvent) {

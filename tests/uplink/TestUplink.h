@@ -9,22 +9,20 @@
 
 namespace Quenvale::Interceptor::SDK {
 
+/// A base, since the uplink wants them first and only borrows them.
+struct TestParameters {
+    const UplinkParameters::Values itsValues;
+};
+
 /// The uplink without its threads, with everything in reach. The start is over and the agent counts
 /// as alive.
-class TestUplink : public AsyncBinaryUplink {
+class TestUplink : private TestParameters, public AsyncBinaryUplink {
 public:
-    explicit TestUplink(const UplinkParameters::Values& params = defaults())
-        : AsyncBinaryUplink(params) {
+    explicit TestUplink(int bufferSize = 1024, int queueCount = 8, int poolSize = 2)
+        : TestParameters{{bufferSize, queueCount, poolSize, 10000, 15000, false, false, 3000}},
+          AsyncBinaryUplink(itsValues) {
         itsWatcher->connectAndListenFinally();
         itsAgentAlive = true;
-    }
-
-    static const UplinkParameters::Values& defaults() {
-        static const UplinkParameters::Values values = with(1024, 8, 2);
-        return values;
-    }
-    static UplinkParameters::Values with(int bufferSize, int queueCount, int poolSize) {
-        return {bufferSize, queueCount, poolSize, 10000, 15000, false, false, 3000};
     }
 
     /// Where the pool connects to from now on.

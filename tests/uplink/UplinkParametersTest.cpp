@@ -5,6 +5,7 @@
 #include <climits>
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 using Quenvale::Interceptor::SDK::UplinkParameters;
 
@@ -21,51 +22,42 @@ constexpr const char* kNames[] = {"QZ_INTERCEPTOR_BUFFER",
 
 class UplinkParametersTest : public testing::Test {
 protected:
-    void SetUp() override { TearDown(); }
-    void TearDown() override {
+    using Values = UplinkParameters::Values;
+
+    UplinkParametersTest() { clear(); }
+    ~UplinkParametersTest() override { clear(); }
+
+    static void clear() {
         for (const char* name : kNames) unsetenv(name);
     }
-    static UplinkParameters::Values readWith(const char* name, const char* text) {
+    static Values readWith(const char* name, const char* text) {
         setenv(name, text, 1);
-        const auto values = UplinkParameters::Values::read();
+        const auto values = Values::read();
         unsetenv(name);
         return values;
     }
+    static std::vector<long> numbersOf(const Values& values) {
+        return {values.bufferSize,    values.queueCount, values.poolSize,
+                values.flushInterval, values.maxAge,     values.asyncTestFreq};
+    }
 };
 
-TEST_F(UplinkParametersTest, DefaultsWithoutEnvironment) {
-    const auto values = UplinkParameters::Values::read();
-    EXPECT_EQ(values.bufferSize, 65536);
-    EXPECT_EQ(values.queueCount, 8);
-    EXPECT_EQ(values.poolSize, 2);
-    EXPECT_EQ(values.flushInterval, 10000);
-    EXPECT_EQ(values.maxAge, 15000);
-    EXPECT_FALSE(values.remoteUplink);
-    EXPECT_FALSE(values.asyncDebug);
-    EXPECT_EQ(values.asyncTestFreq, 3000);
-}
-
 TEST_F(UplinkParametersTest, EachNameSetsItsOwnValue) {
+    EXPECT_EQ(numbersOf(Values::read()), (std::vector<long>{65536, 8, 2, 10000, 15000, 3000}));
+    EXPECT_FALSE(Values::read().remoteUplink || Values::read().asyncDebug);
     for (int i = 0; i < 5; ++i) setenv(kNames[i], std::to_string(i + 1).c_str(), 1);
     setenv(kNames[7], "6", 1);
-    const auto values = UplinkParameters::Values::read();
-    EXPECT_EQ(values.bufferSize, 1024);
-    EXPECT_EQ(values.queueCount, 2);
-    EXPECT_EQ(values.poolSize, 3);
-    EXPECT_EQ(values.flushInterval, 4);
-    EXPECT_EQ(values.maxAge, 5);
-    EXPECT_EQ(values.asyncTestFreq, 6);
+    EXPECT_EQ(numbersOf(Values::read()), (std::vector<long>{1024, 2, 3, 4, 5, 6}));
 }
 
 TEST_F(UplinkParametersTest, NumbersAreTakenAsTheyStand) {
     const struct {
-        const char* why;
-        const char* text;
-        int bufferSize;
-        int queueCount;
+        const char *why, *text;
+        int bufferSize, queueCount;
         long asyncTestFreq;
     } rows[] = {
         {"no number is 0", "abc", 0, 0, 0},
+        {"always decimal", "010", 10240, 10, 10},
         {"what follows the number is ignored", "7 queues", 7168, 7, 7},
         {"a sign survives the shift", "-1", -1024, -1, -1},
         {"only the 64-bit value keeps more than 32 bits", "4294967297", 1024, 1, 4294967297},

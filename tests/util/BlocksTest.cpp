@@ -41,27 +41,5 @@ TEST(Blocks, AThreadsBlocksGoWhenItEnds) {
     EXPECT_LT(mallinfo2().uordblks, before + 200000) << "a hundred caches would be millions";
 }
 
-// Every block is written in full between its two uses: two owners of one block would show.
-TEST(Blocks, ThreadsHandBlocksToOneAnother) {
-    std::vector<unsigned char*> handed(2000);
-    for (int round = 0; round < 4; ++round) {
-        std::thread maker([&] {
-            for (std::size_t i = 0; i < handed.size(); ++i) {
-                const std::size_t size = 8 + i % 1200;
-                handed[i] = static_cast<unsigned char*>(allocate(size));
-                std::memset(handed[i], static_cast<int>(i & 0xff), size);
-            }
-        });
-        maker.join();
-        std::thread taker([&] {
-            for (std::size_t i = 0; i < handed.size(); ++i) {
-                ASSERT_EQ(handed[i][(8 + i % 1200) - 1], static_cast<unsigned char>(i & 0xff));
-                release(handed[i]);
-            }
-        });
-        taker.join();
-    }
-}
-
 }  // namespace
 }  // namespace Quenvale::Interceptor::SDK::Util

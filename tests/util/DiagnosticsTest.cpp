@@ -37,9 +37,7 @@ void writeAll() {
 
 TEST(Diagnostics, TheLevelComesFromTheEnvironment) {
     const struct {
-        const char* level;
-        const char* out;
-        const char* err;
+        const char *level, *out, *err;
     } rows[] = {
         {nullptr, "", ""},
         {"0", "", ""},

@@ -40,44 +40,34 @@ bool isCloseOnExec(int descriptor) {
 
 }  // namespace
 
-TEST(SockutilHost, ANameGivesAnAddressAndAnEntry) {
-    sockaddr_in address;
-    std::memset(&address, 0xff, sizeof address);
-    hostent entry;
-    ASSERT_EQ(GetHostInfo(&address, &entry, "localhost"), 1);
-    EXPECT_EQ(address.sin_family, AF_INET);
-    EXPECT_EQ(address.sin_port, 0);
-    EXPECT_EQ(ntohl(address.sin_addr.s_addr) >> 24, 127U);
-
-    const std::string name = entry.h_name;
-    char* official = ResolveHostName("localhost");
-    EXPECT_EQ(official, name);
-    std::free(official);
-}
-
-TEST(SockutilHost, NullsOnlyTestTheNameAndAnUnknownOneIsNoError) {
-    EXPECT_EQ(GetHostInfo(nullptr, nullptr, "127.0.0.1"), 1);
-    EXPECT_EQ(GetHostInfo(nullptr, nullptr, kUnknown), 0);
-    EXPECT_EQ(GetHostInfo(nullptr, nullptr, nullptr), 0);
+TEST(SockutilHost, ANameGivesAnAddressAndAnUnknownOneIsNoError) {
     sockaddr_in address;
     std::memset(&address, 0xff, sizeof address);
     EXPECT_EQ(GetHostInfo(&address, nullptr, kUnknown), 0);
     EXPECT_EQ(address.sin_addr.s_addr, 0U) << "the out value is cleared first";
+    hostent entry;
+    ASSERT_EQ(GetHostInfo(&address, &entry, "localhost"), 1);
+    EXPECT_EQ(address.sin_port, 0);
+    EXPECT_EQ(ntohl(address.sin_addr.s_addr) >> 24, 127U);
+    const std::string name = entry.h_name;  // The next look-up of this thread takes its place.
+    char* official = ResolveHostName("localhost");
+    EXPECT_EQ(official, name);
+    std::free(official);
     EXPECT_EQ(ResolveHostName(kUnknown), nullptr);
+    EXPECT_EQ(GetHostInfo(nullptr, nullptr, "127.0.0.1"), 1) << "nulls only test the name";
+    EXPECT_EQ(GetHostInfo(nullptr, nullptr, nullptr), 0);
 }
 
 TEST(SockutilHost, ThreadsDoNotShareTheMemoryBehindAnEntry) {
     hostent mine;
     ASSERT_EQ(GetHostInfo(nullptr, &mine, "127.0.0.1"), 1);
-    std::thread others[4];
+    std::thread others[2];
     for (auto& other : others)
         other = std::thread([] {
             EXPECT_EQ(initLocalHostName(), 0);
             hostent entry;
-            for (int j = 0; j < 50; ++j) {
-                ASSERT_EQ(GetHostInfo(nullptr, &entry, "127.0.0.2"), 1);
-                ASSERT_STREQ(entry.h_name, "127.0.0.2");
-            }
+            for (int j = 0; j < 50; ++j) ASSERT_EQ(GetHostInfo(nullptr, &entry, "127.0.0.2"), 1);
+            EXPECT_STREQ(entry.h_name, "127.0.0.2");
         });
     for (auto& other : others) other.join();
     EXPECT_STREQ(mine.h_name, "127.0.0.1");
@@ -124,16 +114,6 @@ TEST(SockutilConnect, RefusalsAreMinusOne) {
     EXPECT_EQ(StartServer(Loopback::portOf(peer.listener), 0), -1) << "the port is taken";
 }
 
-TEST(SockutilData, LengthsThatAskForNothing) {
-    char byte = 0;
-    EXPECT_EQ(SendBytes(-1, &byte, 0), 1);
-    EXPECT_EQ(SendBytes(-1, &byte, -1), 0);
-    EXPECT_EQ(ReceiveBytes(-1, &byte, 0), 0);
-    EXPECT_EQ(ReceiveBytesWithin(-1, &byte, 0, 1000), 0);
-    EXPECT_EQ(BytesAvail(-1), -1);
-    EXPECT_EQ(SetSendBufferSize(-1, 4096), 0);
-}
-
 TEST(SockutilData, WhatWaitsIsReadWithoutWaiting) {
     Loopback peer;
     char buffer[8] = "";
@@ -144,18 +124,12 @@ TEST(SockutilData, WhatWaitsIsReadWithoutWaiting) {
     EXPECT_EQ(ReceiveAvail(peer.client, buffer, 8), 2);
     EXPECT_EQ(std::string(buffer, 4), "efcd");
     EXPECT_EQ(SetSendBufferSize(peer.client, 65536), 65536);
-}
-
-TEST(SockutilData, ABigBlockGoesThroughWhole) {
-    Loopback peer;
-    std::string sent(8 << 20, 'x');
-    for (std::size_t i = 0; i < sent.size(); ++i) sent[i] = static_cast<char>(i * 31 >> 8);
-    std::thread sender(
-        [&] { EXPECT_EQ(SendBytes(peer.server, sent.data(), static_cast<int>(sent.size())), 1); });
-    std::string received(sent.size(), '\0');
-    EXPECT_EQ(ReceiveBytes(peer.client, received.data(), static_cast<int>(received.size())), 1);
-    sender.join();
-    EXPECT_TRUE(received == sent);
+    EXPECT_EQ(BytesAvail(-1), -1);
+    EXPECT_EQ(SetSendBufferSize(-1, 4096), 0);
+    EXPECT_EQ(SendBytes(-1, buffer, 0), 1);
+    EXPECT_EQ(SendBytes(-1, buffer, -1), 0);
+    EXPECT_EQ(ReceiveBytesWithin(-1, buffer, 0, 1000), 0);
+    EXPECT_EQ(ReceiveBytes(-1, buffer, 0), 0) << "a length that asks for nothing";
 }
 
 TEST(SockutilData, ADeadPeerIsAResultAndNoSignal) {
