@@ -3,9 +3,9 @@
 #include "uplink/SocketUplink.h"
 
 #include <algorithm>
-#include <climits>
 #include <csignal>
 #include <cstring>
+#include <memory>
 #include <new>
 
 #include <cxxabi.h>
@@ -25,6 +25,7 @@ namespace {
 constexpr int kMostSlots = 1024;
 constexpr int kMostQueues = 1024;
 constexpr int kNoBestYet = 10000000;
+constexpr int kEventRoom = 2048;  // bytes, on the stack: most events need no block
 
 /// An event's bytes, given back by whatever way the report ends.
 struct EventBytes {
@@ -77,42 +78,46 @@ bool SocketUplink::getAlive() {
 void SocketUplink::notifyAgent(Interaction* interaction) {
     if (!getAlive()) return;
     AgentEvent agentEvent(interaction, false, false);
+    unsigned char room[kEventRoom];
     EventBytes event;
     try {
-        event.bytes = agentEvent.serialize();
+        event.bytes = agentEvent.serialize(room, sizeof room);
     } catch (const std::bad_alloc&) {
         return;
     }
-    SocketQueueRef* ref = nullptr;
+    std::unique_ptr<SocketQueueRef> leaving;
     try {
-        ref = attachedTo(*interaction);
+        SocketQueueRef* ref = attachedTo(*interaction);
         const int state = interaction->itsState;
         bool isLast = state > 0;
         if (ref == nullptr) {
             ref = static_cast<SocketQueueRef*>(pick());
-            interaction->itsUplinkData = ref;
-            isLast = state == 2 || state == 3;
+            const bool isFree = interaction->itsUplinkData == nullptr;
+            if (isFree)
+                interaction->itsUplinkData = ref;
+            else
+                leaving.reset(ref);
+            isLast = isFree && (state == 2 || state == 3);
         }
         queueEvent(ref->itsQueue, timeOf(*interaction), event.bytes, true);
-        if (!isLast) return;
+        if (isLast) {
+            interaction->itsUplinkData = nullptr;
+            leaving.reset(ref);
+        }
     } catch (abi::__forced_unwind&) {
         throw;
     } catch (...) {
         return;
     }
-    interaction->itsUplinkData = nullptr;
-    ref->clear();
-    delete ref;
+    if (leaving) leaving->clear();
 }
 
-// The library makes another uplink when it loads, and calls may have begun under that one. A bare
-// event in one of its queues would be read as a record there.
+// The library makes another uplink when it loads, and calls may have begun under that one or report
+// to both. A bare event in one of its queues would be read as a record there, and it takes whatever
+// is attached for its own.
 SocketUplink::SocketQueueRef* SocketUplink::attachedTo(Interaction& interaction) {
     auto* ref = dynamic_cast<SocketQueueRef*>(interaction.itsUplinkData);
-    if (ref != nullptr && ref->itsUplink == this && ref->itsQueue != nullptr) return ref;
-    delete interaction.itsUplinkData;
-    interaction.itsUplinkData = nullptr;
-    return nullptr;
+    return ref != nullptr && ref->itsUplink == this && ref->itsQueue != nullptr ? ref : nullptr;
 }
 
 void SocketUplink::flushAllQueues() {

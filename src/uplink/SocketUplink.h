@@ -82,8 +82,9 @@ public:
     bool getAlive() override;
 
     /// Queues the present stage of the interaction, or drops it without an agent. A call's reply
-    /// takes the queue of its request. An interaction reports to one uplink: what another one has
-    /// attached to it goes.
+    /// takes the queue of its request. Where another uplink has attached something, that stays, and
+    /// each event takes the queue with the fewest attachments. What this one attaches must never
+    /// reach an AsyncBinaryUplink, which would take it for its own.
     void notifyAgent(Interaction* interaction) override;
 
     /// Sends all queues on the calling thread. An empty one takes a socket like any other,
