@@ -18,7 +18,7 @@ set(QZ_PUBLIC_HEADERS
     io/DataInputStream.h io/DataOutputStream.h io/InputStream.h io/OutputStream.h
     io/SocketInputStream.h io/SocketOutputStream.h io/TestInputStream.h io/TestOutputStream.h
     io/TestStreams.h
-    uplink/AgentEvent.h uplink/AsyncBinaryUplink.h uplink/SocketUplink.h uplink/Uplink.h
+    uplink/AgentEvent.h uplink/AsyncBinaryUplink.h uplink/PooledUplink.h uplink/SocketUplink.h uplink/Uplink.h
     uplink/UplinkData.h uplink/UplinkParameters.h
     util/ByteArray.h util/ByteStreamReader.h util/Clock.h util/FileStreamReader.h util/IIterator.h
     util/IList.h util/List.h util/Map.h util/Pair.h util/Runnable.h util/Socket.h util/Stack.h

@@ -79,7 +79,7 @@ void AsyncBinaryUplink::AgentAliveWatcher::run() {
                 connectandListen();
             }
             doRunFinally();
-            rest(itsUplink->itsSettings.asyncTestFreq);
+            rest(itsUplink->itsTestFreq);
         } catch (abi::__forced_unwind&) {
             throw;
         } catch (...) {

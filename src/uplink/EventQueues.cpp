@@ -17,7 +17,6 @@ namespace Quenvale::Interceptor::SDK {
 
 namespace {
 
-constexpr int kNoBestYet = 10000000;
 constexpr int kEventRoom = 2048;           // bytes, on the stack: most events need no block
 constexpr long long kBareOverhead = 8;     // Two lengths.
 constexpr long long kPayloadOverhead = 9;  // And the content type's code.
@@ -40,13 +39,6 @@ int payloadLength(const Util::ByteArray& payload) {
     return hasData(payload) ? payload.length : 0;
 }
 
-// When the event came about. An interceptor may have set any times, so the sum may wrap.
-long long timeOf(const Interaction& interaction) {
-    return static_cast<long long>(static_cast<unsigned long long>(interaction.itsRtTime) +
-                                  static_cast<unsigned long long>(interaction.itsStartTime) +
-                                  static_cast<unsigned long long>(interaction.itsCoTime));
-}
-
 unsigned char* append(unsigned char* out, const void* bytes, int length) {
     std::memcpy(out, bytes, static_cast<std::size_t>(length));
     return out + length;
@@ -66,44 +58,16 @@ void AsyncBinaryUplink::notifyAgent(Interaction* interaction) {
     } catch (const std::bad_alloc&) {
         return;
     }
-    SocketQueueRef* ref = nullptr;
     try {
-        // What is attached here came from pick() or from copying such a one.
-        ref = static_cast<SocketQueueRef*>(interaction->itsUplinkData);
-        const int state = interaction->itsState;
-        bool isLast = state > 0;
-        if (ref == nullptr) {
-            ref = static_cast<SocketQueueRef*>(pick());
-            interaction->itsUplinkData = ref;
-            isLast = state == 2 || state == 3;
-        }
-        queueEvent(ref->itsQueue, timeOf(*interaction), event, true, agentEvent.itsPayloadCopy,
+        QueueUse use(*this, *interaction);
+        queueEvent(use.queue(), timeOf(*interaction), event, true, agentEvent.itsPayloadCopy,
                    agentEvent.itsContentType);
-        if (!isLast) return;
+        use.finish();
     } catch (abi::__forced_unwind&) {
         throw;
     } catch (...) {
         return;
     }
-    interaction->itsUplinkData = nullptr;
-    ref->clear();
-    delete ref;
-}
-
-// Without a lock: two threads that choose at once may choose the same queue, which costs nothing
-// but a little evenness.
-UplinkData* AsyncBinaryUplink::pick() {
-    SocketQueue* chosen = &itsQueues[0];
-    int best = kNoBestYet;
-    for (int i = 0; i < itsQueueCount; ++i) {
-        const int count = itsQueues[i].itsRefCount.load(std::memory_order_relaxed);
-        if (count >= best) continue;
-        best = count;
-        chosen = &itsQueues[i];
-    }
-    auto* ref = new SocketQueueRef(chosen, this);
-    ++chosen->itsRefCount;
-    return ref;
 }
 
 int AsyncBinaryUplink::computeEventLength(const Util::ByteArray& event,
@@ -178,11 +142,6 @@ void AsyncBinaryUplink::sendQueued(SocketQueue* queue, Util::MutexGuard& data) {
 
 void AsyncBinaryUplink::flushQueue(SocketQueue* queue) {
     queueEvent(queue, 0, Util::ByteArray(), true, Util::ByteArray(), Util::String::BLANK);
-}
-
-void AsyncBinaryUplink::flushAllQueues() {
-    debugMsg("Flushing all queues\n");
-    for (int i = 0; i < itsQueueCount; ++i) flushQueue(&itsQueues[i]);
 }
 
 }  // namespace Quenvale::Interceptor::SDK

@@ -8,7 +8,7 @@ constexpr int kDefaultSize = 0x10000;
 
 }  // namespace
 
-void AsyncBinaryUplink::SocketQueue::init(int size) {
+void PooledUplink::SocketQueue::init(int size) {
     const auto bytes = static_cast<std::size_t>(size > 0 ? size : kDefaultSize);
     Util::MutexGuard data(itsDataLock);
     Util::MutexGuard send(itsSendLock);

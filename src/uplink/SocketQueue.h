@@ -3,13 +3,13 @@
 #include <atomic>
 #include <memory>
 
-#include "uplink/AsyncBinaryUplink.h"
+#include "uplink/PooledUplink.h"
 
 namespace Quenvale::Interceptor::SDK {
 
 /// One memory queue: two buffers of one size, of which one takes events while the other is on the
 /// wire. Memory is taken once, by init().
-class QZ_LOCAL AsyncBinaryUplink::SocketQueue {
+class QZ_LOCAL PooledUplink::SocketQueue {
 public:
     /// A size of 0 or less gives the default of 64 KiB.
     void init(int size);

@@ -4,16 +4,16 @@
 
 namespace Quenvale::Interceptor::SDK {
 
-AsyncBinaryUplink::SocketQueueRef::SocketQueueRef(SocketQueue* queue, AsyncBinaryUplink* uplink)
+PooledUplink::SocketQueueRef::SocketQueueRef(SocketQueue* queue, PooledUplink* uplink)
     : itsQueue(queue), itsUplink(uplink) {}
 
-UplinkData* AsyncBinaryUplink::SocketQueueRef::copy() {
+UplinkData* PooledUplink::SocketQueueRef::copy() {
     auto* result = new SocketQueueRef(itsQueue, itsUplink);
     if (itsQueue != nullptr) ++itsQueue->itsRefCount;
     return result;
 }
 
-void AsyncBinaryUplink::SocketQueueRef::clear() {
+void PooledUplink::SocketQueueRef::clear() {
     if (itsQueue == nullptr) return;
     --itsQueue->itsRefCount;
     itsQueue = nullptr;

@@ -4,18 +4,9 @@
 #include <condition_variable>
 #include <memory>
 #include <mutex>
-#include <vector>
 
-#include "uplink/AsyncBinaryUplink.h"
-#include "uplink/Uplink.h"
-#include "uplink/UplinkData.h"
+#include "uplink/PooledUplink.h"
 #include "util/ByteArray.h"
-#include "util/Runnable.h"
-#include "util/Socket.h"
-#include "util/blocks.h"
-#include "util/qzevent.h"
-#include "util/qzmutex.h"
-#include "util/qzthread.h"
 
 namespace Quenvale::Interceptor::SDK {
 
@@ -45,27 +36,8 @@ class InterceptorConfig;
 ///            interaction passes through notifyAgent().
 /// Locks:     a queue's itsDataLock, its itsSendLock, itsPoolLock, then the configuration's.
 ///            itsWaiterLock and itsRestLock are held alone.
-class QZ_API SocketUplink : public Uplink, public Runnable {
+class QZ_API SocketUplink : public PooledUplink {
 public:
-    using SocketQueue = AsyncBinaryUplink::SocketQueue;  // What events wait in.
-    class SocketQueueRef;
-
-    /// What an uplink with queues and a pool is tuned by; UplinkParameters has the names.
-    struct Params {
-        int bufferSize;     // bytes
-        int queueCount;     // Queues; used between 1 and a limit.
-        int poolSize;       // Sockets; the same.
-        int flushInterval;  // ms
-        int maxAge;         // ms
-        bool remoteUplink;  // Events go to the configuration's host.
-
-        /// Those of the values that matter here.
-        static Params of(const UplinkParameters::Values& values) {
-            return {values.bufferSize,    values.queueCount, values.poolSize,
-                    values.flushInterval, values.maxAge,     values.remoteUplink};
-        }
-    };
-
     /// From the environment, as it was when the library loaded.
     static const Params& itsParams;
 
@@ -82,21 +54,13 @@ public:
     bool getAlive() override;
 
     /// Queues the present stage of the interaction, or drops it without an agent. A call's reply
-    /// takes the queue of its request. Where another uplink has attached something, that stays, and
-    /// each event takes the queue with the fewest attachments. What this one attaches must never
-    /// reach an AsyncBinaryUplink, which would take it for its own.
+    /// takes the queue of its request. A call that reports to another uplink first may have its two
+    /// events in two queues.
     void notifyAgent(Interaction* interaction) override;
-
-    /// Sends all queues on the calling thread. An empty one takes a socket like any other,
-    /// opening one if need be.
-    void flushAllQueues() override;
 
     /// The flusher ends after its present sleep. Sockets stay open, and what is queued stays
     /// unsent.
     void shutdown() override;
-
-    /// The flusher's body.
-    void run() override;
 
 protected:
     /// Everything but the flusher. `config` is borrowed for the life of the object.
@@ -111,92 +75,38 @@ protected:
     /// @cond
     // Queues.
 
-    /// A new attachment to the queue with the fewest of them.
-    UplinkData* pick();
-
     /// An event without data only sends what is queued. `time` belongs to the event.
     void queueEvent(SocketQueue* queue, long long time, const Util::ByteArray& event,
                     bool flushAllowed);
 
-    /// Sends what is queued, once a send of this queue that is under way is over.
-    void flushQueue(SocketQueue* queue);
-    /// Sends the queues that are due; with none, looks after one socket. Runs on: flusher.
-    void flushAged();
-    /// Whether the queue holds an event that would be too old at the next pass.
-    static bool isDue(SocketQueue* queue, long long now, long long limit);
+    void flushQueue(SocketQueue* queue) override;
+    void rest() override;
 
     /// With up to two sockets, one after the other.
     void send(const unsigned char* bytes, int length);
 
-    // The pool. A slot in use belongs to one thread, which uses its socket without a lock.
+    // The pool.
 
-    enum SlotState { kEmpty = 0, kIdle = 1, kInUse = 2, kInUseToBeClosed = 3 };
-
-    /// A slot with an open socket, for the caller to release(); negative without one. Waits while
-    /// all are in use, and for the connect of a new one. What the agent said on the socket has
-    /// been taken and followed.
-    int acquire();
-    int acquireInternal();
-    void release(int slot, bool discard);
-    /// Ends the use of all sockets but one, those in use at their release.
-    void closeAll(int exceptSlot);
-    Util::Socket* socketOf(int slot) QZ_NO_THREAD_SAFETY_ANALYSIS { return itsSockets[slot].get(); }
-
+    /// Waits no more than that. What the agent said on the socket has been taken and followed.
+    int acquire() override;
     /// To the address in the configuration; null without a live agent and too soon after a failure.
-    std::unique_ptr<Util::Socket> newSocket() QZ_REQUIRES(itsPoolLock);
+    std::unique_ptr<Util::Socket> newSocket() QZ_REQUIRES(itsPoolLock) override;
 
-    const Params itsSettings;  // itsParams, other than in tests.
     InterceptorConfig& itsConfig;
-    const int itsPoolSize;
-    const int itsQueueCount;
-
-    std::vector<std::unique_ptr<Util::Socket>> itsSockets QZ_GUARDED_BY(itsPoolLock);
-    std::vector<SlotState> itsSocketStates QZ_GUARDED_BY(itsPoolLock);
-    std::atomic<int> itsOpenSockets{0};                          // Changed under itsPoolLock.
     std::atomic<long long> itsLastPoll{0};                       // When a socket was last checked.
     long long itsLastConnectTry QZ_GUARDED_BY(itsPoolLock) = 0;  // When a connect last failed.
-    qzthread itsThread;
-    Util::qzevent itsSocketFreed{false, false};  // A slot may have come free.
-    std::atomic<bool> itsRunning{true};
-    Util::qzmutex itsPoolLock;
-    Util::qzmutex itsWaiterLock;
-    int itsWaiters QZ_GUARDED_BY(itsWaiterLock) = 0;  // threads that wait for a slot
-    std::unique_ptr<SocketQueue[]> itsQueues;
 
 private:
     class Lease;
-    struct SlotWait;
 
     void sendQueued(SocketQueue* queue, int eventLength,
                     Util::MutexGuard& data) QZ_NO_THREAD_SAFETY_ANALYSIS;
-    SocketQueueRef* attachedTo(Interaction& interaction);
-    int takeSlot(bool& isFull);
-    bool hasFreeSlot();
-    void signalIfAwaited();
     bool isUsable(int slot);
     std::unique_ptr<Util::Socket> connectAsConfigured();
-    void rest();
 
-    std::atomic<bool> itIsStopping{false};  // Set under itsRestLock.
     std::mutex itsRestLock;
     std::condition_variable itsRestEnd;  // The flusher's sleep is cut short.
     /// @endcond
-};
-
-/// What the uplink attaches to an interaction: the queue that its events go to. The queue's count
-/// is a measure of load and nothing else, so an attachment may be deleted without clear().
-class SocketUplink::SocketQueueRef final : public UplinkData, public Util::Pooled {
-public:
-    /// Does not count; whoever makes it does.
-    SocketQueueRef(SocketQueue* queue, SocketUplink* uplink) : itsQueue(queue), itsUplink(uplink) {}
-
-    /// A further attachment to the same queue.
-    UplinkData* copy() override;
-    /// Gives the queue up.
-    void clear() override;
-
-    SocketQueue* itsQueue;    // Null after clear().
-    SocketUplink* itsUplink;  // Borrowed.
 };
 
 }  // namespace Quenvale::Interceptor::SDK

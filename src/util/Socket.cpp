@@ -1,5 +1,6 @@
 #include "util/Socket.h"
 
+#include <pthread.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -13,8 +14,12 @@ namespace Quenvale::Interceptor::SDK::Util {
 Socket::Socket(int descriptor, const char* host)
     : itsDescriptor(descriptor), itsHost(String::convert(host)) {}
 
+// close() is a point of cancellation, and an unwind out of here would end the process.
 Socket::~Socket() {
+    int cancelState = PTHREAD_CANCEL_ENABLE;
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancelState);
     if (itsDescriptor > 0) closeSocket();
+    pthread_setcancelstate(cancelState, nullptr);
     std::free(itsHost);
 }
 

@@ -53,6 +53,17 @@ TEST(Socket, ClosesItsDescriptorOnce) {
     EXPECT_FALSE(isOpen(other));
 }
 
+TEST(Socket, AThreadThatIsCancelledMayDropOne) {
+    Loopback peer;
+    const int descriptor = peer.takeClient();
+    std::thread([&] {
+        pthread_cancel(pthread_self());
+        { Socket owner(descriptor); }
+        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+    }).join();
+    EXPECT_FALSE(isOpen(descriptor));
+}
+
 TEST(Socket, TheLocalAddressIsItsBytesInOrder) {
     sockaddr_in address;
     if (GetLocalHostInfo(&address) == 0) GTEST_SKIP() << "the host doesn't know its own name";
