@@ -227,6 +227,36 @@ TEST_F(Calls, AccessorsWriteRecordAndObjectTogether) {
     end(record);
 }
 
+// What the analysed call brings back is all that a whole refresh would.
+TEST_F(Calls, AnAnalysedCallLeavesNothingToRefresh) {
+    for (const bool isOutside : {true, false}) {
+        ServerInteractionStruct* outer = isOutside ? server() : nullptr;
+        ClientInteractionStruct* record = qz_beginClient();
+        InteractionStubStruct* stub = record->interaction->stub;
+        ciSetUrl(record, "http://h/shop/cart");
+        ciSetPayload(record, reinterpret_cast<const unsigned char*>("p"), 1);
+        stub->sizeC = 5;
+        ciSetOneWay(record, 7);
+        ciSetLowPriority(record, -2);
+        stub->split = stub->internal = stub->createFlag = stub->site->continuation = 3;
+        qz_free(stub->site->flow->flowID);
+        stub->site->flow->flowID = nullptr;
+        qz_clientAnalyzed(record);
+
+        const InteractionStubStruct before = *stub;
+        const SiteStubStruct site = *stub->site;
+        const FlowStubStruct flow = *stub->site->flow;
+        fromClientInteraction(static_cast<ClientInteraction*>(objectOf(record)), record);
+        EXPECT_EQ(std::memcmp(&before, stub, sizeof before), 0);
+        EXPECT_EQ(std::memcmp(&site, stub->site, sizeof site), 0);
+        EXPECT_EQ(std::memcmp(&flow, stub->site->flow, sizeof flow), 0);
+        EXPECT_EQ(ciGetOneWay(record) + ciGetLowPriority(record) + stub->split, 3);
+        EXPECT_EQ(stub->sizeC, 0);
+        end(record);
+        if (isOutside) end(outer);
+    }
+}
+
 TEST_F(Calls, OneCallCanTakeTheQueueOfAnother) {
     // Made first, so that it inherits nothing.
     ClientInteractionStruct* client = qz_createClient();

@@ -342,6 +342,29 @@ TEST(AgentEvent, FillRegionsHideBytesAndKeepTheLength) {
     EXPECT_DEATH(call.event(), assertion);
 }
 
+TEST(AgentEvent, RoomOfTheCallersIsUsedWhereItIsEnough) {
+    for (const bool isSeparate : {true, false}) {
+        Client call;
+        call.itsUrl = "http://host/shop/cart";
+        call.setPayload("<payload/>");
+        const std::string expected = call.event(isSeparate);
+        const auto size = static_cast<int>(expected.size());
+        for (const int given : {1, size - 1, size, size + 1}) {
+            SCOPED_TRACE(given);
+            std::vector<unsigned char> room(static_cast<std::size_t>(size) + 2, 0xee);
+            AgentEvent event(&call, false, isSeparate);
+            Util::ByteArray bytes = event.serialize(room.data(), given);
+            EXPECT_EQ(bytes.owned, given < size);
+            EXPECT_EQ(bytes.data == room.data(), given >= size);
+            EXPECT_EQ(bytesOf(bytes), expected);
+            for (auto i = static_cast<std::size_t>(given); i < room.size(); ++i)
+                EXPECT_TRUE(room[i] == 0xee || i < expected.size()) << i;
+            EXPECT_EQ(room.back(), 0xee);
+            event.itsPayloadCopy.releaseContent();
+        }
+    }
+}
+
 TEST(AgentEvent, AValueThatChangesBetweenTheWalksLeavesAWholeEvent) {
     struct Restless : Call<ClientInteraction> {
         Util::String& getFlowID() override {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "util/Clock.h"
+#include "util/base64.h"
 
 using namespace Quenvale::Interceptor::SDK::Util;
 
@@ -30,6 +31,16 @@ TEST(Guid, CounterFollowsTheBaseAndItsWrapKeepsIt) {
         getBytes(bytes);
         EXPECT_EQ(std::memcmp(bytes, __base, 12), 0);
         EXPECT_EQ(lowByteFirst(bytes + 12, 4), serial);
+    }
+}
+
+TEST(Guid, TheTextIsThatOfTheBytes) {
+    for (const std::uint32_t serial : {0U, 0x01020304U, 0xfffffffeU, 0xffffffffU}) {
+        unsigned char bytes[16];
+        counter = serial;
+        getBytes(bytes);
+        counter = serial;
+        EXPECT_EQ(newGuid(), base64::encode16(bytes)) << serial;
     }
 }
 

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+
 #include "util/exceptions.h"
 #include "util/text.h"
 
@@ -41,6 +43,20 @@ TEST(String, CopiesAreTheirOwnAndMovesLeaveNil) {
     const String c(std::move(a));
     EXPECT_EQ(a.c_str(), nullptr);
     EXPECT_STREQ(c.c_str(), "abc");
+}
+
+TEST(String, ATextOfAnyLengthIsCopiedWhole) {
+    for (std::size_t length = 0; length < 70; ++length) {
+        std::string text;
+        for (std::size_t i = 0; i < length; ++i) text += static_cast<char>('!' + i);
+        const Util::String copy(text.c_str());
+        EXPECT_EQ(copy.c_str(), text);
+        Util::String assigned("a text that gives way");
+        assigned = copy.c_str();
+        EXPECT_EQ(assigned, copy);
+        assigned = assigned.c_str() + length / 2;
+        EXPECT_EQ(assigned.c_str(), text.substr(length / 2)) << "from within itself";
+    }
 }
 
 TEST(String, FindAnswersAPositionOrAllBits) {
