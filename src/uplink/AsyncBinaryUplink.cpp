@@ -6,7 +6,6 @@
 
 #include "uplink/AgentAliveWatcher.h"
 #include "uplink/BootstrapConfig.h"
-#include "uplink/SocketQueue.h"
 #include "util/diagnostics.h"
 
 namespace Quenvale::Interceptor::SDK {

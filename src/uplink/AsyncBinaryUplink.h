@@ -27,8 +27,8 @@ class DataOutputStream;
 /// Units:     times are milliseconds, sizes are bytes.
 /// Errors:    a caller never hears of a failure to deliver; events are dropped. An exception from
 ///            the accessors of the interaction passes through notifyAgent().
-/// Locks:     a queue's itsDataLock, its itsSendLock, itsPoolLock, then itsAgentIDLock or
-///            itsBootstrapLock. itsWaiterLock is held alone.
+/// Locks:     a queue's itsDataLock, its itsSendLock, itsPoolLock, then itsAgentIDLock,
+///            itsBootstrapLock or the configuration's. itsWaiterLock is held alone.
 class QZ_API AsyncBinaryUplink : public PooledUplink {
 public:
     class AgentAliveWatcher;
@@ -102,6 +102,7 @@ protected:
 
     // The pool.
 
+    /// Waits for the handshake of a new socket too.
     int acquire() override;
     std::unique_ptr<Util::Socket> newSocket() QZ_REQUIRES(itsPoolLock) override {
         return newSocketFromUplinkCfg();

@@ -24,8 +24,8 @@ constexpr int kNoBestYet = 10000000;
 
 }  // namespace
 
-// All that the flusher touches is there before it starts, and all that can fail is over: the object
-// must not go while a thread runs in it.
+// Starts no thread: the derived class does, once all that the thread touches is there and all that
+// can fail is over, for the object must not go while a thread runs in it.
 PooledUplink::PooledUplink(const Params& params, const char* flusher)
     : itsSettings(params),
       itsPoolSize(std::clamp(params.poolSize, 1, kMostSlots)),

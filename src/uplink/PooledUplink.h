@@ -8,6 +8,7 @@
 #include "uplink/UplinkParameters.h"
 #include "util/Runnable.h"
 #include "util/Socket.h"
+#include "util/String.h"
 #include "util/qzevent.h"
 #include "util/qzmutex.h"
 #include "util/qzthread.h"
@@ -42,6 +43,7 @@ public:
         }
     };
 
+    /// Sends all queues on the calling thread, and waits for the sends that are under way.
     void flushAllQueues() override;
 
     /// The flusher's body.
@@ -81,14 +83,14 @@ protected:
     virtual int acquire() = 0;
     int acquireInternal();
     void release(int slot, bool discard);
-    /// Ends the use of all present sockets but one, those in use at their release.
+    /// Ends the use of all present sockets, or of all but one: now if idle, else at the release.
     void closeAll(int exceptSlot = -1);
     Util::Socket* socketOf(int slot) QZ_NO_THREAD_SAFETY_ANALYSIS { return itsSockets[slot].get(); }
     /// One for an empty slot, or null.
     virtual std::unique_ptr<Util::Socket> newSocket() QZ_REQUIRES(itsPoolLock) = 0;
     /// Connected to the port, or null.
     static std::unique_ptr<Util::Socket> connectTo(const char* host, int port);
-    /// The configuration's host with remoteUplink, else this one.
+    /// Leaves the configuration's host with remoteUplink, otherwise puts the local one.
     void chooseHost(Util::String& host) const;
 
     const Params itsSettings;

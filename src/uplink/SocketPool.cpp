@@ -1,7 +1,5 @@
 // The pool of event sockets: how a slot is had, given back and emptied.
-#include "config/InterceptorConfig.h"
 #include "uplink/PooledUplink.h"
-#include "uplink/SocketQueue.h"
 #include "util/sockutil.h"
 
 namespace Quenvale::Interceptor::SDK {
@@ -16,7 +14,7 @@ constexpr char kLocalHost[] = "127.0.0.1";
 /// A thread that is counted as waiting for a slot. One signal can stand for several slots, and a
 /// thread that could not connect, or that an exception or its cancellation takes away, leaves the
 /// slot it was woken for: at the end the next in line is told.
-struct PooledUplink::SlotWait {
+struct QZ_LOCAL PooledUplink::SlotWait {
     explicit SlotWait(PooledUplink& uplink) : itsUplink(uplink) {
         Util::MutexGuard guard(itsUplink.itsWaiterLock);
         ++itsUplink.itsWaiters;

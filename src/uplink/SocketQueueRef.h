@@ -6,7 +6,7 @@
 
 namespace Quenvale::Interceptor::SDK {
 
-/// What the uplink attaches to an interaction: the queue that its events go to.
+/// What an uplink attaches to an interaction: the queue that its events go to.
 ///
 /// The queue counts its attachments, as a measure of load for the choice of a queue and for
 /// nothing else: an attachment that is deleted without clear() leaves the count higher, which is

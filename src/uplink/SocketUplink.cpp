@@ -1,5 +1,5 @@
-// The way of a report into a queue and out of it, and the flusher. SocketUplinkPool.cpp has the
-// sockets.
+// The way of a report into a queue and out of it, and the flusher's sleep. SocketUplinkPool.cpp has
+// the sockets.
 #include "uplink/SocketUplink.h"
 
 #include <algorithm>

@@ -17,9 +17,10 @@ class InterceptorConfig;
 /// handshake and no answer. The library itself makes an AsyncBinaryUplink; this one is for users of
 /// the classes.
 ///
-/// Queues and pool are those of AsyncBinaryUplink. There is no watcher: whether an agent is there,
-/// and where, stands in the configuration file, which is read again before each connect. Any byte
-/// that the agent sends on an event connection means that the file has changed. The process's own
+/// Queues and pool are like those of AsyncBinaryUplink, but a flush of an empty queue takes a
+/// socket too, opening one if need be. There is no watcher: whether an agent is there, and where,
+/// stands in the configuration file, which is read again before each connect. Any byte that the
+/// agent sends on an event connection means that the file has changed. The process's own
 /// configuration is pushed and refuses to be read from the file, so that no connection comes about
 /// under it; a derived class hands over one that comes from the file.
 ///
@@ -87,7 +88,7 @@ protected:
 
     // The pool.
 
-    /// Waits no more than that. What the agent said on the socket has been taken and followed.
+    /// What the agent said on the socket has been taken and followed.
     int acquire() override;
     /// To the address in the configuration; null without a live agent and too soon after a failure.
     std::unique_ptr<Util::Socket> newSocket() QZ_REQUIRES(itsPoolLock) override;
@@ -104,7 +105,7 @@ private:
     bool isUsable(int slot);
     std::unique_ptr<Util::Socket> connectAsConfigured();
 
-    std::mutex itsRestLock;
+    std::mutex itsRestLock;              // itIsStopping is set under it.
     std::condition_variable itsRestEnd;  // The flusher's sleep is cut short.
     /// @endcond
 };

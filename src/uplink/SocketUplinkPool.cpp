@@ -1,10 +1,10 @@
-// The sockets: how a slot is had, what the agent says on it, how it goes, and the sends.
+// The sockets: the sends, how a slot is had, what the agent says on it, how a socket is made, and
+// the end of their use.
 #include <sys/socket.h>
 
 #include <cxxabi.h>
 
 #include "config/InterceptorConfig.h"
-#include "uplink/SocketQueue.h"
 #include "uplink/SocketUplink.h"
 #include "util/Clock.h"
 #include "util/exceptions.h"
@@ -42,7 +42,7 @@ bool succeeds(F action) {
 
 /// A slot that goes as if its socket had failed, unless it is given back or kept: a thread can be
 /// cancelled in the middle of its use.
-class SocketUplink::Lease {
+class QZ_LOCAL SocketUplink::Lease {
 public:
     Lease(SocketUplink& uplink, int slot) : itsUplink(uplink), itsSlot(slot) {}
     ~Lease() {

@@ -26,7 +26,6 @@ public:
         static Values read();
     };
 
-    // The unit and the description only appear in the log. A text that is no number counts as 0.
     /// @{
     /// The variable's number, or the default where it isn't set. The unit and the description only
     /// appear in the log. A text that is no number counts as 0.

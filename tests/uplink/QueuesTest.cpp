@@ -7,6 +7,7 @@
 #include <new>
 
 #include "harness/RawAgent.h"
+#include "harness/RecordingUplink.h"
 #include "harness/loopback.h"
 #include "interaction/ServerInteraction.h"
 #include "uplink/AgentEvent.h"
@@ -81,6 +82,25 @@ TEST_F(Queues, AnEventTakesItsLengthAndTwoOrThreeFields) {
         const Util::ByteArray payload(row.payload > 0 ? &byte : nullptr, row.payload, false);
         EXPECT_EQ(TestUplink::computeEventLength(event, payload), row.expected) << row.why;
     }
+}
+
+TEST_F(Queues, WhatAnotherUplinkHasAttachedStays) {
+    TestUplink other;
+    harness::RecordingUplink::Attachment foreign(1);
+    const std::unique_ptr<UplinkData> ofOther(other.pick());
+    for (UplinkData* attached : {static_cast<UplinkData*>(&foreign), ofOther.get()}) {
+        ServerInteraction call;
+        call.itIsLoaded = true;
+        call.itsUplinkData = attached;
+        for (const int state : {0, 3}) {
+            call.itsState = state;
+            uplink.notifyAgent(&call);
+            EXPECT_EQ(call.itsUplinkData, attached);
+        }
+        call.itsUplinkData = nullptr;
+    }
+    EXPECT_GT(TestUplink::used(uplink.itsQueues[0]), 0);
+    for (int i = 0; i < uplink.itsQueueCount; ++i) EXPECT_EQ(uplink.itsQueues[i].itsRefCount, 0);
 }
 
 TEST_F(Queues, TheLeastUsedQueueIsPickedAndCounted) {

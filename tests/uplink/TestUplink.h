@@ -9,18 +9,12 @@
 
 namespace Quenvale::Interceptor::SDK {
 
-/// A base, since the uplink wants them first and only borrows them.
-struct TestParameters {
-    const UplinkParameters::Values itsValues;
-};
-
 /// The uplink without its threads, with everything in reach. The start is over and the agent counts
 /// as alive.
-class TestUplink : private TestParameters, public AsyncBinaryUplink {
+class TestUplink : public AsyncBinaryUplink {
 public:
     explicit TestUplink(int bufferSize = 1024, int queueCount = 8, int poolSize = 2)
-        : TestParameters{{bufferSize, queueCount, poolSize, 10000, 15000, false, false, 3000}},
-          AsyncBinaryUplink(itsValues) {
+        : AsyncBinaryUplink({bufferSize, queueCount, poolSize, 10000, 15000, false, false, 3000}) {
         itsWatcher->connectAndListenFinally();
         itsAgentAlive = true;
     }
