@@ -21,11 +21,12 @@ constexpr int kConfigBuffer = 2048;
 constexpr int kSubscription[] = {5, 3, 0, 0};
 constexpr char kLocalHost[] = "127.0.0.1";
 constexpr int kMostStabilizers = 1 << 20;
+constexpr long long kMostStabilizerBytes = 1 << 26;
 
 enum MessageType { kConfiguration = 4, kResetStabilizers = 6, kUpdateStabilizers = 7 };
 
-void checkCount(int count) {
-    if (count < 0 || count > kMostStabilizers)
+void checkCount(int count, long long bytes = 0) {
+    if (count < 0 || count > kMostStabilizers || bytes > kMostStabilizerBytes)
         Util::raise<Util::IOException>("Invalid number of stabilizers");
 }
 
@@ -37,9 +38,14 @@ int readCount(IO::DataInputStream* in) {
 
 // The set is bounded too: many messages must not fill what one may not.
 void readStabilizers(IO::DataInputStream* in, Util::Map<Util::String>& names) {
+    long long bytes = 0;
+    for (auto* node = names.getEntryList()->getHead(); node != nullptr; node = node->next)
+        bytes += node->data->key.length();
     for (int count = readCount(in); count > 0; --count) {
-        names.put(in->readUTF(), "TRUE");
-        checkCount(names.size());
+        const Util::String name = in->readUTF();
+        bytes += name.length();
+        names.put(name, "TRUE");
+        checkCount(names.size(), bytes);
     }
 }
 

@@ -56,7 +56,7 @@ TEST(ConfigCheck, TellsEachLineAndTheSum) {
     const ConfigCheck fine(trust("k", "T", "5"));
     EXPECT_FALSE(fine.isOdd);
     EXPECT_EQ(fine.report.substr(0, fine.report.find("    5  ")),
-              "    1  trust key = \"k\"\n    2  signs outgoing headers = true\n"
+              "    1  trust key = \"k\"\n    2  headers name the caller's address = true\n"
               "    3  the caller's address counts = false\n    4  trust interval = 5 s\n");
     EXPECT_NE(fine.report.find("\n13 lines, nothing odd\n"), std::string::npos) << fine.report;
     const ConfigCheck odd("trustKey=k\nno flag\nhost\n");

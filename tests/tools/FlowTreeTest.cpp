@@ -101,6 +101,17 @@ TEST_F(FlowTreeTest, WaitsForAServerThatMayStillAnswer) {
     EXPECT_NE(drawn(itsLimits.settled).find("`-- sub-request GET /a"), std::string::npos);
 }
 
+TEST_F(FlowTreeTest, AnEventOfBothSidesHasTheTimeOfTheEnd) {
+    Event whole = request("f", false, "s1", "", "/a");
+    whole.flags |= Event::REPLIED | Event::WHOLE;
+    whole.rtTime = 40;
+    whole.failed = 1;
+    add(whole);
+    EXPECT_EQ(left(),
+              "flow f: 1 interaction in 40 ms, 1 failed\n"
+              "server GET /a at +0 ms, took 40 ms, FAILED\n\n");
+}
+
 TEST_F(FlowTreeTest, SaysWhatIsMissing) {
     addBoth(request("f", false, "s1", "gone", "/a"));
     add(request("f", true, "c1", "lost", "/b"));

@@ -46,7 +46,10 @@ struct Call : Kind {
     ~Call() override { this->itsState = 0; }
 
     std::string event(bool separatePayload = true) {
-        return bytesOf(AgentEvent(this, false, separatePayload).serialize());
+        AgentEvent event(this, false, separatePayload);
+        const std::string bytes = bytesOf(event.serialize());
+        event.itsPayloadCopy.releaseContent();
+        return bytes;
     }
     void setPayload(const char* bytes) {
         const auto length = static_cast<int>(std::strlen(bytes));

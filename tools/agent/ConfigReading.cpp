@@ -332,13 +332,13 @@ bool Walk::readTrust(const std::string& keyLine) {
     itsLine->what = "trust key";
     show(quoted(trust.key));
     if (key.empty()) {
-        find("no key: headers are not signed");
+        find("no key: headers don't name the caller's address");
     } else if (trust.key == "\r") {
         find("no key but the carriage return");
     } else if (key.size() > 1 && key.substr(1) != "\r") {
         find(quoted(key) + " is longer than one character: only " + quoted(trust.key) + " counts");
     }
-    return readFlag("assertsTrust=", "signs outgoing headers", trust.assertsTrust) &&
+    return readFlag("assertsTrust=", "headers name the caller's address", trust.assertsTrust) &&
            readFlag("checksCallerAddress=", "the caller's address counts",
                     trust.checksCallerAddress) &&
            readInterval(trust.interval);

@@ -35,6 +35,9 @@ void takeRequest(Interaction& call, const Event& event) {
     call.group = cut(event.groupName);
     call.subNode = cut(event.subNode);
     call.begin = event.time;
+    // An event that tells both sides has the time of the end.
+    if (event.kind() == EventKind::Whole && event.time)
+        call.begin = *event.time - event.rtTime.value_or(0);
     for (const Checkpoint& each : event.incomingCheckpoints) {
         if (call.passed.size() < kKeptCheckpoints)
             call.passed.push_back({cut(each.name), each.elapsed});
@@ -47,10 +50,9 @@ void takeRequest(Interaction& call, const Event& event) {
 void takeReply(Interaction& call, const Event& event) {
     call.isAnswered = true;
     call.failure = cut(event.failure);
-    call.hasFailed = event.failure || event.hasFlag(Event::FAILURE);
+    call.hasFailed =
+        event.failure || event.hasFlag(Event::FAILURE) || event.failed.value_or(0) != 0;
     call.end = event.time;
-    if (event.kind() == EventKind::Whole && event.time)
-        call.end = *event.time + event.rtTime.value_or(0);
 }
 
 /// Who is under whom, and the drawing.
