@@ -1,26 +1,8 @@
 #include "capi/records.h"
 
-#include <cstddef>
 #include <cstdlib>
 
 namespace Quenvale::Interceptor::SDK {
-
-static_assert(sizeof(FlowStubStruct) == 64 && offsetof(FlowStubStruct, impl) == 56);
-static_assert(offsetof(FlowStubStruct, subNode) == 32 && offsetof(FlowStubStruct, pPathID) == 48);
-static_assert(sizeof(SiteStubStruct) == 112 && offsetof(SiteStubStruct, flow) == 104);
-static_assert(offsetof(SiteStubStruct, upstreamOpID) == 80 &&
-              offsetof(SiteStubStruct, peerType) == 88 && offsetof(SiteStubStruct, opType) == 94 &&
-              offsetof(SiteStubStruct, continuation) == 96);
-static_assert(sizeof(InteractionStubStruct) == 176 && offsetof(InteractionStubStruct, site) == 168);
-static_assert(offsetof(InteractionStubStruct, payloadContentType) == 72 &&
-              offsetof(InteractionStubStruct, size) == 80 &&
-              offsetof(InteractionStubStruct, trustTimestamp) == 112 &&
-              offsetof(InteractionStubStruct, state) == 120 &&
-              offsetof(InteractionStubStruct, split) == 152 &&
-              offsetof(InteractionStubStruct, reserved) == 156);
-static_assert(sizeof(InteractionStruct) == 8 && sizeof(ServerInteractionStruct) == 8 &&
-              sizeof(ClientInteractionStruct) == 8);
-static_assert(offsetof(PayloadStruct, size) == 8);
 
 namespace {
 

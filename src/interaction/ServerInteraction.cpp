@@ -133,7 +133,7 @@ void ServerInteraction::makeID(Util::String& field, Util::String& replaced) {
 }
 
 // Whoever comes second finds a text and drops its own.
-void ServerInteraction::publish(Util::String& field, Util::String text, Util::String& replaced) {
+void ServerInteraction::publish(Util::String& field, Util::String&& text, Util::String& replaced) {
     char** slot = slotOf(field);
     char* found = __atomic_load_n(slot, __ATOMIC_ACQUIRE);
     while (found == nullptr || *found == '\0') {

@@ -69,7 +69,7 @@ private:
         return field;
     }
     static void makeID(Util::String& field, Util::String& replaced);
-    static void publish(Util::String& field, Util::String text, Util::String& replaced);
+    static void publish(Util::String& field, Util::String&& text, Util::String& replaced);
 
     // A lazy field is filled without a lock, by the first thread that puts its text there. An empty
     // text that gave way stays readable for whoever still looks at it.
