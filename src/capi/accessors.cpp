@@ -76,7 +76,7 @@ void setText(Record* record, char** (*field)(InteractionStubStruct*), const char
     // Both copies first: the text may be the one that stands in the field.
     const std::size_t length = text == nullptr ? 0 : std::strlen(text);
     char* copy = Util::duplicate(text, length);
-    Util::String value(text, static_cast<unsigned int>(length));
+    Util::String value = Util::String::ofLength(text, length);
     char** place = field(stubOf(record));
     Util::release(*place);
     *place = copy;

@@ -1,6 +1,9 @@
 #include "capi/records.h"
 
 #include <cstdlib>
+#include <new>
+
+#include "util/blockCache.h"
 
 namespace Quenvale::Interceptor::SDK {
 
@@ -18,10 +21,17 @@ void pushThrough(SiteStub& object, void (SiteStub::*set)(Util::String), const Ut
     if (!isInRequestStage || held != text) (object.*set)(text);
 }
 
+template <class Record>
+Record* newZeroed() {
+    void* block = Util::popBlock(sizeof(Record));
+    if (block == nullptr) block = Util::allocate(sizeof(Record));
+    return block == nullptr ? nullptr : new (block) Record{};
+}
+
 template <class Record, class Inner>
 Record* newRecord(Inner* Record::*inner, Inner* made, void (*dropInner)(Inner*)) {
     if (made == nullptr) return nullptr;
-    auto* record = static_cast<Record*>(Util::allocateZeroed(sizeof(Record)));
+    auto* record = newZeroed<Record>();
     if (record == nullptr) {
         dropInner(made);
         return nullptr;
@@ -30,19 +40,24 @@ Record* newRecord(Inner* Record::*inner, Inner* made, void (*dropInner)(Inner*))
     return record;
 }
 
-template <class... Texts>
-void releaseTexts(Texts*... texts) {
-    (Util::release(texts), ...);
+// A record begins with its texts, one behind the other.
+template <class Record>
+void releaseTextsOf(Record* record, char* Record::*last) {
+    char** const first = reinterpret_cast<char**>(record);
+    Util::releaseTexts(first, static_cast<std::size_t>(&(record->*last) - first) + 1);
+}
+
+template <class Record>
+void releaseRecord(Record* record) {
+    if (!Util::pushBlock(record, sizeof *record)) Util::releaseBlock(record, sizeof *record);
 }
 
 // Not exported: the record of a site inside an interaction's leaves the object alone.
 void freeSiteStub_internal(SiteStubStruct* record) {
     if (record == nullptr) return;
-    releaseTexts(record->opName, record->opID, record->groupName, record->groupID,
-                 record->serviceName, record->serviceID, record->url, record->siteAttr,
-                 record->peerAddr, record->localAddr, record->upstreamOpID);
+    releaseTextsOf(record, &SiteStubStruct::upstreamOpID);
     freeFlowStub(record->flow);
-    Util::release(record);
+    releaseRecord(record);
 }
 
 // The copies to an object know whether it is more than a site, since only then a late value warns.
@@ -84,7 +99,7 @@ void fromFlags(const InteractionStub* object, InteractionStubStruct* record) {
 
 void replaceStr(char** target, const Util::String& value) {
     Util::release(*target);
-    *target = value.empty() ? nullptr : Util::String::convert(value.c_str());
+    *target = value.empty() ? nullptr : Util::duplicate(value.c_str(), value.length());
 }
 
 unsigned char* ucDup(const unsigned char* bytes, int size) {
@@ -270,7 +285,7 @@ void qz_free(void* block) {
 }
 
 FlowStubStruct* newFlowStub() {
-    return static_cast<FlowStubStruct*>(Util::allocateZeroed(sizeof(FlowStubStruct)));
+    return newZeroed<FlowStubStruct>();
 }
 
 SiteStubStruct* newSiteStub() {
@@ -295,9 +310,8 @@ ClientInteractionStruct* newClientInteraction() {
 
 void freeFlowStub(FlowStubStruct* record) {
     if (record == nullptr) return;
-    releaseTexts(record->flowID, record->parentID, record->flowAttr1, record->flowAttr2,
-                 record->subNode, record->pathID, record->pPathID);
-    Util::release(record);
+    releaseTextsOf(record, &FlowStubStruct::pPathID);
+    releaseRecord(record);
 }
 
 void freeSiteStub(SiteStubStruct* record) {
@@ -311,27 +325,25 @@ void freeSiteStub(SiteStubStruct* record) {
 
 void freeInteractionStub(InteractionStubStruct* record) {
     if (record == nullptr) return;
-    releaseTexts(record->failure, record->securityID, record->securityAttr1, record->securityAttr2,
-                 record->locus, record->debugInfo, record->trustSignature, record->callerAddr,
-                 record->calleeAddr, record->payloadContentType);
+    releaseTextsOf(record, &InteractionStubStruct::payloadContentType);
     freeSiteStub_internal(record->site);
-    Util::release(record);
+    releaseRecord(record);
 }
 
 void freeInteraction(InteractionStruct* record) {
     if (record == nullptr) return;
     freeInteractionStub(record->stub);
-    Util::release(record);
+    releaseRecord(record);
 }
 
 void freeServerInteraction(ServerInteractionStruct* record) {
     if (record == nullptr) return;
     freeInteraction(record->interaction);
-    Util::release(record);
+    releaseRecord(record);
 }
 
 void freeClientInteraction(ClientInteractionStruct* record) {
     if (record == nullptr) return;
     freeInteraction(record->interaction);
-    Util::release(record);
+    releaseRecord(record);
 }

@@ -32,10 +32,6 @@ int lengthOf(int header, const char* tooLong) {
     return header - 1;
 }
 
-struct Releaser {
-    void operator()(char* text) const { Util::release(text); }
-};
-
 // The pieces of a block, in order. A piece that is small beside what has come shares a buffer with
 // its successors: a peer that sends a block byte by byte would otherwise cost many times its size.
 class Pieces {
@@ -128,12 +124,12 @@ Util::String DataInputStream::readUTF() {
     const int header = readUnsignedInt();
     if (header == 0) return {};
     const int length = lengthOf(header, kTextTooLong);
-    std::unique_ptr<char, Releaser> text(
-        static_cast<char*>(Util::allocate(static_cast<unsigned>(length) + 1)));
-    if (text == nullptr) throw std::bad_alloc();
-    readFully(reinterpret_cast<unsigned char*>(text.get()), length);
-    text.get()[length] = '\0';
-    return Util::String::adopt(text.release());
+    char* room = Util::String::room(static_cast<unsigned>(length));
+    if (room == nullptr) throw std::bad_alloc();
+    Util::String text = Util::String::adopt(room);  // Goes with an exception.
+    readFully(reinterpret_cast<unsigned char*>(room), length);
+    // A zero character ends it.
+    return std::strlen(room) == text.length() ? std::move(text) : Util::String(room);
 }
 
 unsigned char* DataInputStream::readBytes(int& size) {

@@ -60,12 +60,14 @@ class AgentEvent::Walk {
 public:
     Walk(unsigned char* room, int size) : itsRoom(room), itsEnd(size) {}
 
-    void addOptional(const char* text, int bit) {
-        if (text == nullptr || *text == '\0') return;
+    void addOptional(const char* text, std::size_t length, int bit) {
+        if (length == 0) return;
         itsMask |= 1LL << bit;
-        addStr(text);
+        addStr(text, length);
     }
-    void addOptional(const Util::String& text, int bit) { addOptional(text.c_str(), bit); }
+    void addOptional(const Util::String& text, int bit) {
+        addOptional(text.c_str(), text.length(), bit);
+    }
     template <class Number>
     std::enable_if_t<std::is_integral_v<Number>> addOptional(Number value, int bit) {
         if (value == 0) return;
@@ -76,7 +78,7 @@ public:
         if (text.empty())
             addMandatory(0);
         else
-            addStr(text.c_str());
+            addStr(text.c_str(), text.length());
     }
     void addEntry(long long value) { addMandatory(value); }
 
@@ -88,8 +90,7 @@ private:
     void addMandatory(Number value) {
         if (unsigned char* at = take(sizeof value)) putNumber(at, value);
     }
-    void addStr(const char* text) {
-        const std::size_t length = std::strlen(text);
+    void addStr(const char* text, std::size_t length) {
         unsigned char* at = take(kLengthSize + length);
         if (at != nullptr) Util::copyText(putNumber(at, static_cast<int>(length)), text, length);
     }
@@ -158,7 +159,8 @@ void AgentEvent::walkFields(Walk& walk, bool isClient) {
         walk.addOptional(from.itsSvcType, 23);
         walk.addOptional(from.itsOpType, 24);
         // A child on another thread may be making a server's path at this moment.
-        walk.addOptional(ServerInteraction::publishedText(from._getPathID(true)), 32);
+        const char* path = ServerInteraction::publishedText(from._getPathID(true));
+        walk.addOptional(path, path == nullptr ? 0 : std::strlen(path), 32);
         walk.addOptional(from._getPPathID(), 41);
         walk.addOptional(from.itsFlowAttr2, 34);
     }

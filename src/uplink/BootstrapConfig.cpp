@@ -146,7 +146,9 @@ bool AsyncBinaryUplink::BootstrapConfig::takeHost(const Util::String& host) {
         itsUnresolved = host;
         return true;
     }
-    Util::String name = Util::String::adopt(ResolveHostName(host.c_str()));
+    char* found = ResolveHostName(host.c_str());
+    Util::String name = found;
+    Util::release(found);
     if (name.empty()) {
         if (debugOn()) Util::trap();
         return false;

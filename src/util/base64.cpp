@@ -27,7 +27,7 @@ bool isAccepted(char c) {
 
 String encode(const char* bytes, int length) {
     const std::size_t count = bytes == nullptr || length < 0 ? 0 : static_cast<std::size_t>(length);
-    auto* text = static_cast<char*>(allocate((count + 2) / 3 * 4 + 1));
+    char* text = String::room((count + 2) / 3 * 4);
     if (text == nullptr) return {};
 
     const auto* in = reinterpret_cast<const unsigned char*>(bytes);
@@ -48,12 +48,11 @@ String encode(const char* bytes, int length) {
         *out++ = left == 2 ? base64_chars[group >> 6 & 63] : '=';
         *out++ = '=';
     }
-    *out = '\0';
     return String::adopt(text);
 }
 
 String encode16(const unsigned char* bytes) {
-    auto* text = static_cast<char*>(allocate(25));
+    char* text = String::room(24);
     if (text == nullptr) return {};
     // Two digits at a time: each call makes a handful of ids.
     const auto put = [&](int at, unsigned int group) {
@@ -64,7 +63,6 @@ String encode16(const unsigned char* bytes) {
         put(4 * i, static_cast<unsigned int>(bytes[0] << 16 | bytes[1] << 8 | bytes[2]));
     put(20, static_cast<unsigned int>(*bytes << 16));
     text[22] = text[23] = '=';
-    text[24] = '\0';
     return String::adopt(text);
 }
 
@@ -72,7 +70,7 @@ String decode(const char* text) {
     if (text == nullptr) return {};
     std::size_t count = 0;
     while (isAccepted(text[count])) ++count;
-    auto* bytes = static_cast<char*>(allocate(count / 4 * 3 + 4));
+    char* bytes = String::room(count / 4 * 3 + 3);
     if (bytes == nullptr) return {};
 
     char* out = bytes;
@@ -85,8 +83,7 @@ String decode(const char* text) {
                                         ((group[2] & 0x3U) << 6) + group[3]};
         for (std::size_t i = 0; i + 1 < given; ++i) *out++ = static_cast<char>(packed[i]);
     }
-    *out = '\0';
-    return String::adopt(bytes);
+    return String::adopt(bytes, static_cast<std::size_t>(out - bytes));
 }
 
 }  // namespace Quenvale::Interceptor::SDK::Util::base64

@@ -9,56 +9,53 @@
 #include <initializer_list>
 #include <new>
 
+#include "util/blockCache.h"
 #include "util/copy.h"
 
 namespace Quenvale::Interceptor::SDK::Util {
 
-namespace {
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define QZ_PLAIN_BLOCKS 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || \
-    __has_feature(memory_sanitizer)
-#define QZ_PLAIN_BLOCKS 1
-#endif
-#endif
-
 #ifndef QZ_PLAIN_BLOCKS
 
-// Blocks of 32, 64, ... 1024 bytes; what is larger is too rare to keep.
-constexpr int kClasses = 6;
-constexpr std::size_t kSmallest = 32;
-constexpr std::size_t kLargest = kSmallest << (kClasses - 1);
-constexpr unsigned char kKept[kClasses] = {96, 96, 32, 24, 16, 16};
+__thread BlockCache ourBlocks;
 
-struct Idle {
-    Idle* next;
-};
+namespace {
 
-// Zero-initialised, so that a thread's first use needs no guard. It lives in the static TLS area:
-// one load reaches it, and nothing allocates on the way.
-struct Cache {
-    struct Class {
-        Idle* head;
-        unsigned int room;  // How many more blocks it takes.
-    };
-    Class classes[kClasses];
-    bool isOpen;   // The thread's end will empty it.
-    bool isAsked;  // Whether it may open was found out.
-};
+// How many blocks of a class a thread keeps: many texts, a few of the objects.
+constexpr std::size_t keptOf(std::size_t bytes) {
+    return bytes <= 64 ? 64 : bytes <= 128 ? 24 : bytes <= BlockCache::kFineLimit ? 12 : 4;
+}
 
-__thread Cache ourCache __attribute__((tls_model("initial-exec")));
+std::size_t classFor(std::size_t bytes) {
+    return bytes <= BlockCache::kFineLimit
+               ? (bytes - 1) / BlockCache::kFineStep
+               : (bytes - 1) / BlockCache::kCoarseStep + BlockCache::kSkipped;
+}
+
+std::size_t sizeOf(std::size_t number) {
+    return number < BlockCache::kFine
+               ? (number + 1) * BlockCache::kFineStep
+               : (number + 1 - BlockCache::kSkipped) * BlockCache::kCoarseStep;
+}
+
+// The largest class that a block can serve which is larger than the fine ones hold; kClasses for
+// one that is too large to keep.
+std::size_t coarseClassOf(std::size_t usable) {
+    constexpr std::size_t kSlack = 2 * sizeof(std::size_t);  // What malloc gives beyond.
+    if (usable >= BlockCache::kLimit + kSlack) return BlockCache::kClasses;
+    const std::size_t coarse = usable / BlockCache::kCoarseStep + BlockCache::kSkipped - 1;
+    return coarse < BlockCache::kFine ? BlockCache::kFine - 1 : coarse;
+}
 
 pthread_key_t ourKey;
 pthread_once_t ourKeyOnce = PTHREAD_ONCE_INIT;
 bool ourKeyWorks = false;
 
 void emptyCache(void* argument) {
-    auto* cache = static_cast<Cache*>(argument);
+    auto* cache = static_cast<BlockCache*>(argument);
     cache->isOpen = false;
-    for (Cache::Class& blocks : cache->classes) {
-        while (Idle* idle = blocks.head) {
+    for (BlockCache::Class& blocks : cache->classes) {
+        blocks.room = 0;
+        while (BlockCache::Idle* idle = blocks.head) {
             blocks.head = idle->next;
             std::free(idle);
         }
@@ -85,79 +82,56 @@ void makeKey() {
 }
 
 // Without a hook at its thread's end a cache would leak, so such a thread gets none.
-__attribute__((noinline)) bool open() {
-    Cache& cache = ourCache;
+bool isOpen() {
+    BlockCache& cache = ourBlocks;
+    if (__builtin_expect(cache.isOpen, 1)) return true;
     if (cache.isAsked) return false;
     cache.isAsked = true;
     pthread_once(&ourKeyOnce, makeKey);
     if (!ourKeyWorks || pthread_setspecific(ourKey, &cache) != 0) return false;
-    for (int i = 0; i < kClasses; ++i) cache.classes[i].room = kKept[i];
+    for (std::size_t i = 0; i < BlockCache::kClasses; ++i)
+        cache.classes[i].room = keptOf(sizeOf(i));
     cache.isOpen = true;
     return true;
 }
 
-inline bool keep(void* block, std::size_t i) {
-    Cache::Class& blocks = ourCache.classes[i];
-    if (__builtin_expect(blocks.room == 0, 0)) return false;
-    --blocks.room;
-    auto* idle = static_cast<Idle*>(block);
-    idle->next = blocks.head;
-    blocks.head = idle;
-    return true;
-}
-
-inline std::size_t highestBit(std::size_t number) {
-    return 63U ^ static_cast<unsigned>(__builtin_clzl(number));
-}
-
-// The class whose blocks hold `bytes`: 0 for up to 32, 5 for up to 1024.
-inline std::size_t classFor(std::size_t bytes) {
-    return bytes <= kSmallest ? 0 : highestBit(bytes - 1) - 4;
-}
-
-// The largest class that a block of this usable size can serve.
-inline std::size_t classOf(std::size_t usable) {
-    return highestBit(usable) - 5;
-}
+}  // namespace
 
 #endif
 
-inline void* take(std::size_t bytes) {
-#ifndef QZ_PLAIN_BLOCKS
-    if (bytes <= kLargest) {
-        const std::size_t i = classFor(bytes);
-        Cache::Class& blocks = ourCache.classes[i];
-        if (Idle* idle = blocks.head) {
-            blocks.head = idle->next;
-            ++blocks.room;
-            return idle;
-        }
-        return std::malloc(kSmallest << i);
-    }
-#endif
-    return std::malloc(bytes == 0 ? 1 : bytes);
+namespace {
+
+// Out of line, so that the short way needs no registers saved.
+__attribute__((noinline)) char* copyToNewBlock(const char* text, std::size_t length) {
+    auto* copy = static_cast<char*>(allocate(length + 1));
+    if (copy == nullptr) return nullptr;
+    std::memcpy(copy, text, length);
+    copy[length] = '\0';
+    return copy;
 }
 
 }  // namespace
 
 void* allocate(std::size_t bytes) noexcept {
-    return take(bytes);
+#ifndef QZ_PLAIN_BLOCKS
+    if (bytes - 1 < BlockCache::kLimit) {
+        const std::size_t number = classFor(bytes);
+        void* block = ourBlocks.classes[number].pop();
+        return block != nullptr ? block : std::malloc(sizeOf(number));
+    }
+#endif
+    return std::malloc(bytes == 0 ? 1 : bytes);
 }
 
 void releaseBlock(void* block) noexcept {
-#ifndef QZ_PLAIN_BLOCKS
-    if (__builtin_expect(ourCache.isOpen, 1) || open()) {
-        const std::size_t usable = malloc_usable_size(block);
-        if (usable - kSmallest < kLargest && keep(block, classOf(usable))) return;
-    }
-#endif
-    std::free(block);
+    char* const text = static_cast<char*>(block);
+    releaseTexts(&text, 1);
 }
 
 void releaseBlock(void* block, std::size_t bytes) noexcept {
 #ifndef QZ_PLAIN_BLOCKS
-    if (bytes <= kLargest && (__builtin_expect(ourCache.isOpen, 1) || open()) &&
-        keep(block, classFor(bytes)))
+    if (bytes - 1 < BlockCache::kLimit && isOpen() &&
+        ourBlocks.classes[classFor(bytes)].push(block))
         return;
 #else
     static_cast<void>(bytes);
@@ -165,18 +139,37 @@ void releaseBlock(void* block, std::size_t bytes) noexcept {
     std::free(block);
 }
 
+// Blocks of any origin, so each serves the largest class that it can hold.
+void releaseTexts(char* const* first, std::size_t count) noexcept {
+#ifndef QZ_PLAIN_BLOCKS
+    const bool keeps = isOpen();
+#endif
+    for (char* const* text = first; text != first + count; ++text) {
+        if (*text == nullptr) continue;
+#ifndef QZ_PLAIN_BLOCKS
+        if (__builtin_expect(keeps, 1)) {
+            const std::size_t usable = malloc_usable_size(*text);
+            const std::size_t fine = usable / BlockCache::kFineStep - 1;
+            const std::size_t number = fine < BlockCache::kFine ? fine : coarseClassOf(usable);
+            if (number < BlockCache::kClasses && ourBlocks.classes[number].push(*text)) continue;
+        }
+#endif
+        std::free(*text);
+    }
+}
+
 char* duplicate(const char* text, std::size_t length) noexcept {
     if (text == nullptr) return nullptr;
-    auto* copy = static_cast<char*>(take(length + 1));
-    if (__builtin_expect(copy == nullptr, 0)) return nullptr;
-    copyText(copy, text, length);
+    auto* copy = static_cast<char*>(popBlock(length + 1));
+    if (__builtin_expect(copy == nullptr, 0)) return copyToNewBlock(text, length);
     copy[length] = '\0';
-    return copy;
+    return static_cast<char*>(copyText(copy, text, length));
 }
 
 void* Pooled::operator new(std::size_t bytes) {
-    if (void* block = take(bytes)) return block;
-    throw std::bad_alloc();
+    void* block = allocate(bytes);
+    if (block == nullptr) throw std::bad_alloc();
+    return block;
 }
 
 }  // namespace Quenvale::Interceptor::SDK::Util

@@ -29,8 +29,9 @@ inline void* allocateZeroed(std::size_t bytes) noexcept {
 }
 
 /// @{
-/// Gives a block back that isn't null. The second form is for one that allocate() gave for so many
-/// bytes, and saves asking the block for its size.
+/// Gives a block back that isn't null. The second form is for one that was asked for with so many
+/// bytes, here or, if they are a multiple of 16, from malloc. It saves asking the block for its
+/// size.
 QZ_API void releaseBlock(void* block) noexcept;
 QZ_API void releaseBlock(void* block, std::size_t bytes) noexcept;
 /// @}
@@ -39,6 +40,9 @@ QZ_API void releaseBlock(void* block, std::size_t bytes) noexcept;
 inline void release(void* block) noexcept {
     if (block != nullptr) releaseBlock(block);
 }
+
+/// release() for so many texts that stand one behind the other.
+QZ_API void releaseTexts(char* const* first, std::size_t count) noexcept;
 
 /// A copy of `length` characters with a terminator; null for a null text.
 QZ_API char* duplicate(const char* text, std::size_t length) noexcept;

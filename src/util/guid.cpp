@@ -56,14 +56,13 @@ std::uint32_t nextSerial() {
 
 // The base fills 16 characters to the bit, and they are the same in every id.
 String newGuid() {
-    auto* text = static_cast<char*>(allocate(kGuidText + 1));
+    char* text = String::room(kGuidText);
     if (text == nullptr) return {};
     const std::uint32_t serial = nextSerial();
     copyBaseText(text);
     const std::uint64_t group = static_cast<std::uint64_t>(__builtin_bswap32(serial)) << 4;
     for (int i = 0; i < 6; ++i) text[kBaseText + i] = base64_chars[group >> (30 - 6 * i) & 63];
     text[kGuidText - 2] = text[kGuidText - 1] = '=';
-    text[kGuidText] = '\0';
     return String::adopt(text);
 }
 

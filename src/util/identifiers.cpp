@@ -106,14 +106,13 @@ String absolutePath(const URI::parsedURI* parsed) {
     std::size_t length = 0;
     for (char** segment = parsed->abs_path; *segment != nullptr; ++segment)
         length += 1 + std::strlen(*segment);
-    auto* path = static_cast<char*>(allocate(length + 1));
+    char* path = String::room(length);
     if (path == nullptr) return {};
     char* out = path;
     for (char** segment = parsed->abs_path; *segment != nullptr; ++segment) {
         *out++ = '/';
         out = stpcpy(out, *segment);
     }
-    *out = '\0';
     return String::adopt(path);
 }
 
