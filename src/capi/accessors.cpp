@@ -206,12 +206,12 @@ using ServerRecord = ServerInteractionStruct;
 using ClientRecord = ClientInteractionStruct;
 
 // The last argument says how the object takes the value.
-#define QZ_TEXT_OF(prefix, Record, Name, field, store)                                        \
-    void prefix##Set##Name(Record* record, const char* text) {                                \
-        setText(record, field, text, [](Interaction& object, Util::String value) { store; }); \
-    }                                                                                         \
-    char* prefix##Get##Name(Record* record) {                                                 \
-        return getText(record, field);                                                        \
+#define QZ_TEXT_OF(prefix, Record, Name, field, store)                                          \
+    void prefix##Set##Name(Record* record, const char* text) {                                  \
+        setText(record, field, text, [](Interaction& object, Util::String&& value) { store; }); \
+    }                                                                                           \
+    char* prefix##Get##Name(Record* record) {                                                   \
+        return getText(record, field);                                                          \
     }
 
 #define QZ_TEXT(Name, field, store)                  \
@@ -267,7 +267,7 @@ QZ_NUMBER(LowPriority, lowPriority, object.itIsLowPriority = intToBool(number))
         return getPayload(record);                                                                 \
     }                                                                                              \
     void prefix##SetPayloadContentType(Record* record, const char* text) {                         \
-        setText(record, payloadContentType, text, [](Interaction& object, Util::String value) {    \
+        setText(record, payloadContentType, text, [](Interaction& object, Util::String&& value) {  \
             object.itsPayloadContentType = std::move(value);                                       \
         });                                                                                        \
     }                                                                                              \

@@ -30,7 +30,8 @@ __attribute__((noinline)) char* copyToNewBlock(const char* text, std::size_t len
 }  // namespace
 
 char* String::room(std::size_t length) noexcept {
-    void* block = allocate(sizeFor(length));
+    void* block = popBlock(sizeFor(length));
+    if (block == nullptr) block = allocate(sizeFor(length));
     return block == nullptr ? nullptr : makeRoom(block, length);
 }
 

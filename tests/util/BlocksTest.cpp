@@ -12,14 +12,24 @@ namespace Quenvale::Interceptor::SDK::Util {
 namespace {
 
 TEST(Blocks, HoldWhatWasAskedForAndMixWithMalloc) {
-    for (std::size_t size : {0U, 1U, 31U, 32U, 33U, 64U, 65U, 1023U, 1024U, 1025U, 70000U}) {
-        void* block = allocate(size);
-        ASSERT_NE(block, nullptr);
-        std::memset(block, 0x5a, size);
-        release(block);
+    std::vector<std::size_t> sizes = {0, 1, 2000, 70000};
+    for (std::size_t step = 16; step <= 1040; step += 16)
+        sizes.insert(sizes.end(), {step - 1, step, step + 1});
+    for (const std::size_t size : sizes) {
+        // What comes back is taken again, and has to hold what its class holds.
+        for (int i = 0; i < 3; ++i) {
+            void* block = allocate(size);
+            ASSERT_NE(block, nullptr);
+            ASSERT_GE(malloc_usable_size(block), size);
+            std::memset(block, 0x5a, size);
+            if (i == 1)
+                releaseBlock(block, size);
+            else
+                release(block);
+            void* foreign = std::malloc(size);
+            release(foreign);
+        }
         std::free(allocate(size));
-        void* foreign = std::malloc(size);
-        release(foreign);
         auto* zeroed = static_cast<unsigned char*>(allocateZeroed(size));
         for (std::size_t i = 0; i < size; ++i) ASSERT_EQ(zeroed[i], 0);
         release(zeroed);

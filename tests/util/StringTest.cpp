@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <string>
 
 #include "util/exceptions.h"
@@ -56,6 +57,21 @@ TEST(String, ATextOfAnyLengthIsCopiedWhole) {
         EXPECT_EQ(assigned, copy);
         assigned = assigned.c_str() + length / 2;
         EXPECT_EQ(assigned.c_str(), text.substr(length / 2)) << "from within itself";
+        EXPECT_EQ(assigned.length(), length - length / 2);
+    }
+}
+
+TEST(String, EndsAtAZeroCharacter) {
+    const char text[] = "ab\0cd";
+    EXPECT_EQ(String(text, 5).length(), 2U);
+    EXPECT_TRUE(String(text, 5) == String("ab"));
+    for (const unsigned length : {5U, 300U, 70000U}) {
+        char* room = String::room(length);
+        std::memset(room, 'x', length);
+        room[length - 2] = '\0';
+        const String ended = String::adopt(room, length);
+        EXPECT_EQ(ended.length(), length - 2);
+        EXPECT_EQ(std::strlen(ended.c_str()), length - 2);
     }
 }
 
