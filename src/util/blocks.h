@@ -42,7 +42,7 @@ inline void release(void* block) noexcept {
 }
 
 /// release() for so many texts that stand one behind the other.
-QZ_API void releaseTexts(char* const* first, std::size_t count) noexcept;
+void releaseTexts(char* const* first, std::size_t count) noexcept;
 
 /// A copy of `length` characters with a terminator; null for a null text.
 QZ_API char* duplicate(const char* text, std::size_t length) noexcept;
