@@ -1,6 +1,7 @@
 // How an interceptor tells the system about a call. The server and the client half are one body
 // for both kinds of record: Kind says which object belongs to which record.
 #include "capi/records.h"
+#include "interaction/FlowIDWanted.h"
 #include "uplink/Uplink.h"
 
 namespace Quenvale::Interceptor::SDK {
@@ -9,6 +10,7 @@ namespace {
 
 struct Server {
     using Record = ServerInteractionStruct;
+    using IDs = FlowIDWanted;  // The record shows the flow's id.
     static constexpr bool kIsServer = true;
     static Interaction* create() { return ServerInteraction::create(Util::String::NIL); }
     static Record* from(Interaction* object, Record* record) {
@@ -21,6 +23,7 @@ struct Server {
 
 struct Client {
     using Record = ClientInteractionStruct;
+    struct IDs {};  // A client has its ids from the start.
     static constexpr bool kIsServer = false;
     static Interaction* create() {
         return ClientInteraction::create(Util::String::NIL, Util::String::NIL, false, false);
@@ -44,13 +47,19 @@ typename Kind::Record* newRecord(Interaction* object) {
 template <class Kind>
 typename Kind::Record* beginCall() {
     const ErrnoKeeper keeper;
-    return newRecord<Kind>(Interaction::begin(Util::String::NIL, Kind::kIsServer, 0, false));
+    return newRecord<Kind>([] {
+        [[maybe_unused]] const typename Kind::IDs ids;
+        return Interaction::begin(Util::String::NIL, Kind::kIsServer, 0, false);
+    }());
 }
 
 template <class Kind>
 typename Kind::Record* createCall() {
     const ErrnoKeeper keeper;
-    return newRecord<Kind>(Kind::create());
+    return newRecord<Kind>([] {
+        [[maybe_unused]] const typename Kind::IDs ids;
+        return Kind::create();
+    }());
 }
 
 template <class Kind>
@@ -63,10 +72,11 @@ typename Kind::Record* getCall() {
 }
 
 // The second step runs even when the first has just run it, so that a call that still has no group
-// throws here each time.
+// throws here each time; one with a group has nothing to gain from it.
 void ensureDefaultGroupData(InteractionStub* object) {
     object->loadFromCache();
-    object->computeDefaultGroupData();
+    if (object->itsGroupName.empty() || object->itsGroupID.empty())
+        object->computeDefaultGroupData();
 }
 
 template <class Kind>

@@ -1,7 +1,7 @@
 #include "capi/records.h"
 
 #include <cstdlib>
-#include <new>
+#include <cstring>
 
 #include "util/blockCache.h"
 
@@ -25,7 +25,7 @@ template <class Record>
 Record* newZeroed() {
     void* block = Util::popBlock(sizeof(Record));
     if (block == nullptr) block = Util::allocate(sizeof(Record));
-    return block == nullptr ? nullptr : new (block) Record{};
+    return block == nullptr ? nullptr : static_cast<Record*>(std::memset(block, 0, sizeof(Record)));
 }
 
 template <class Record, class Inner>
@@ -47,9 +47,14 @@ void releaseTextsOf(Record* record, char* Record::*last) {
     Util::releaseTexts(first, static_cast<std::size_t>(&(record->*last) - first) + 1);
 }
 
+// An interceptor's own calloc may have made the record, and then a small one can be smaller than
+// what the cache keeps in its place.
 template <class Record>
 void releaseRecord(Record* record) {
-    if (!Util::pushBlock(record, sizeof *record)) Util::releaseBlock(record, sizeof *record);
+    if constexpr (sizeof *record % 16 != 0)
+        Util::releaseBlock(record);
+    else if (!Util::pushBlock(record, sizeof *record))
+        Util::releaseBlock(record, sizeof *record);
 }
 
 // Not exported: the record of a site inside an interaction's leaves the object alone.

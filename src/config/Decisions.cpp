@@ -1,5 +1,6 @@
 #include <cstring>
 
+#include "config/DecisionCache.h"
 #include "config/InterceptorConfig.h"
 #include "interaction/Interaction.h"
 #include "util/diagnostics.h"
@@ -46,19 +47,26 @@ EntryRef InterceptorConfig::getConfig(Interaction* interaction, bool isClient) {
     const Util::String& url = interaction->getUrl();
     if (url.empty()) return nullptr;
     const Util::String& opName = interaction->getOpName();
+    if (EntryRef entry = (isClient ? itsClientCache : itsServerCache)->find(url, opName))
+        return entry;
+    return decide(interaction, isClient, url, opName);
+}
 
+// Two threads that miss come by one after the other, and the second finds what the first decided.
+// The texts are its own: a class of the host's may put others in the fields when it is asked again.
+EntryRef InterceptorConfig::decide(Interaction* interaction, bool isClient,
+                                   const Util::String& givenUrl, const Util::String& givenName) {
+    const Util::String url = givenUrl;      // NOLINT(performance-unnecessary-copy-initialization)
+    const Util::String opName = givenName;  // NOLINT(performance-unnecessary-copy-initialization)
+    DecisionCache& cache = isClient ? *itsClientCache : *itsServerCache;
     Util::MutexGuard guard(itsLock);
-    EntryCache& cache = isClient ? itsClientCache : itsServerCache;
-    EntryMap* entries = cache.find(url);
-    if (entries == nullptr) {
-        entries = new EntryMap(2, 1, 0);
-        cache.insert(url, entries);
-    }
-    EntryRef entry = entries->find(opName);
-    if (entry == nullptr) {
-        entry = NewCacheEntry(interaction, isClient);
-        entries->insert(opName, entry);
-    }
+    // Without memory for them it would be kept under those of another call.
+    if (url != givenUrl || opName != givenName) return NewCacheEntry(interaction, isClient);
+    EntryRef entry = cache.find(url, opName);
+    if (entry != nullptr) return entry;
+    cache.addSite(url);
+    entry = NewCacheEntry(interaction, isClient);
+    cache.insert(url, opName, entry);
     return entry;
 }
 

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "config/DecisionCache.h"
 #include "uplink/AsyncBinaryUplink.h"
 #include "util/ByteStreamReader.h"
 #include "util/Clock.h"
@@ -20,6 +21,8 @@ namespace {
 
 constexpr long long kCheckInterval = 60000;  // ms
 constexpr long long kStaleFile = 90000;      // ms
+
+constexpr int kMaxURLs = 256;  // Of each side.
 
 constexpr int kRowCapacity = 16;
 
@@ -91,7 +94,9 @@ const char* lifeText(bool isAlive) {
 }  // namespace
 
 InterceptorConfig::InterceptorConfig(bool isFromFile)
-    : itIsFromFile(isFromFile), itsClientCache(2, 1, 256), itsServerCache(2, 1, 256) {
+    : itIsFromFile(isFromFile),
+      itsClientCache(std::make_unique<DecisionCache>(kMaxURLs)),
+      itsServerCache(std::make_unique<DecisionCache>(kMaxURLs)) {
     if (itIsFromFile) Refresh(true);
 }
 
@@ -157,8 +162,8 @@ void InterceptorConfig::updateConfig(Util::StreamReader& reader) {
         Util::MutexGuard guard(itsLock);
         dropTables();
         parse(reader);
-        itsServerCache.clear();
-        itsClientCache.clear();
+        itsServerCache->clear();
+        itsClientCache->clear();
         itIsAlive = true;
     } catch (abi::__forced_unwind&) {
         throw;
@@ -171,7 +176,6 @@ void InterceptorConfig::dropTables() {
     for (Table** table : {&itsServerFilters, &itsClientFilters, &itsCPFilters, &itsPathFilters})
         Util::nullify(table, false);
     Util::nullify(&itsParams, false);
-    itHasFlowFieldNames = false;
     itsFlowFieldNames.reset();
 }
 

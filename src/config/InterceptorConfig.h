@@ -5,7 +5,6 @@
 
 #include "config/ConfigEntry.h"
 #include "util/List.h"
-#include "util/Map.h"
 #include "util/String.h"
 #include "util/Vector.h"
 #include "util/annotations.h"
@@ -19,6 +18,7 @@ class ByteStreamReader;
 class StreamReader;
 }  // namespace Util
 
+class DecisionCache;
 class Interaction;
 
 /// What the management side has decided for this process: where the agent is, which calls deserve
@@ -109,16 +109,17 @@ public:
     Util::String trustKey() const;
     /// Null until a configuration was read. Never changed once it is handed out.
     std::shared_ptr<Util::List<Util::String>> flowFieldNames() const;
-    /// Without the lock.
+    /// Without the lock. While a configuration is read this is still the former one's answer, so
+    /// that a call that finds its decision meanwhile waits for the new names. It stays when the
+    /// reading fails; flowFieldNames() is null then.
     bool hasFlowFieldNames() const { return itHasFlowFieldNames; }
 
 private:
-    using EntryMap = Util::Map<EntryRef>;
-    using EntryCache = Util::Map<EntryMap*>;
-
     static Util::String& itsConfigFilename;
     static Util::qzmutex& itsClassMutex;  // Guards itsConfigFilename and nothing else.
 
+    QZ_LOCAL EntryRef decide(Interaction* interaction, bool isClient, const Util::String& givenUrl,
+                             const Util::String& givenName);
     void dropTables() QZ_REQUIRES(itsLock);
     void parse(Util::StreamReader& reader) QZ_REQUIRES(itsLock);
     void readTrust(Util::StreamReader& reader, const Util::String& keyLine) QZ_REQUIRES(itsLock);
@@ -149,9 +150,12 @@ public:
 private:
     Util::String itsTrustKey QZ_GUARDED_BY(itsLock);  // One character.
     const bool itIsFromFile;
-    EntryCache itsClientCache QZ_GUARDED_BY(itsLock);
-    EntryCache itsServerCache QZ_GUARDED_BY(itsLock);
-    Util::qzmutex itsLock;  // Guards the tables and the caches.
+    /// @{
+    /// Read without the lock, changed under it.
+    const std::unique_ptr<DecisionCache> itsClientCache;
+    const std::unique_ptr<DecisionCache> itsServerCache;
+    /// @}
+    Util::qzmutex itsLock;  // Guards the tables and what the caches are made from.
 };
 
 }  // namespace Quenvale::Interceptor::SDK

@@ -28,7 +28,7 @@ struct Checkpoints::Names : Util::Pooled {
 };
 
 void Checkpoints::clear() {
-    const Util::MutexGuard guard(itsLock);
+    const Util::LatchGuard guard(itsLatch);
     dropAll();
 }
 
@@ -54,7 +54,7 @@ Util::Map<long long>::Iterator* Checkpoints::getIncomingCheckpoints() {
     if (itsIncomingCount == 0) return nullptr;
     Util::Map<long long>* map = itsIncomingMap;
     if (map == nullptr) {
-        const Util::MutexGuard guard(itsLock);
+        const Util::LatchGuard guard(itsLatch);
         map = itsIncomingMap;
         if (map == nullptr) {
             map = new Util::Map<long long>();
@@ -74,14 +74,14 @@ void Checkpoints::addIncomingCheckpoint(const Util::String& name, long long elap
             Util::raise<Util::IllegalArgumentException>("A checkpoint must have a name.");
         return;
     }
-    const Util::MutexGuard guard(itsLock);
+    const Util::LatchGuard guard(itsLatch);
     if (itsIncoming == nullptr) itsIncoming = new Util::Vector<Checkpoint*>(2, kFirstCapacity);
     itsIncoming->add(new Checkpoint(name, elapsed));
     itsIncomingCount = itsIncoming->size();
 }
 
 void Checkpoints::setNewCheckpoints(Util::Vector<Util::String>* names) {
-    const Util::MutexGuard guard(itsLock);
+    const Util::LatchGuard guard(itsLatch);
     if (names == nullptr) {
         itsNewNames = nullptr;
         return;

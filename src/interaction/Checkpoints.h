@@ -21,7 +21,9 @@ struct QZ_API Checkpoint {
     /// @{
     /// Blocks come from the per-thread cache of blocks.h and go back to it.
     static void* operator new(std::size_t bytes) { return Util::Pooled::operator new(bytes); }
-    static void operator delete(void* block) noexcept { Util::release(block); }
+    static void operator delete(void* block, std::size_t bytes) noexcept {
+        Util::Pooled::operator delete(block, bytes);
+    }
     /// @}
 
     Util::String itsName;  // Not empty.
@@ -41,14 +43,19 @@ struct QZ_API Checkpoint {
 class QZ_API Checkpoints {
 public:
     Checkpoints() = default;
-    ~Checkpoints() { dropAll(); }  // No lock: the last holder is alone.
+    /// No lock: the last holder is alone.
+    ~Checkpoints() {
+        if (!isUntouched()) dropAll();
+    }
     Checkpoints(const Checkpoints&) = delete;
     Checkpoints& operator=(const Checkpoints&) = delete;
 
     /// @{
     /// Blocks come from the per-thread cache of blocks.h and go back to it.
     static void* operator new(std::size_t bytes) { return Util::Pooled::operator new(bytes); }
-    static void operator delete(void* block) noexcept { Util::release(block); }
+    static void operator delete(void* block, std::size_t bytes) noexcept {
+        Util::Pooled::operator delete(block, bytes);
+    }
     /// @}
 
     /// One holder more.
@@ -66,6 +73,11 @@ public:
 
     /// Incoming timings and new names, each counted as often as it came.
     int getTotalCheckpointsCount() const;
+    /// Whether that is more than 0.
+    bool hasAny() const {
+        Util::Vector<Util::String>* names = itsNewNames;
+        return itsIncomingCount > 0 || (names != nullptr && names->size() > 0);
+    }
     /// As often as they came.
     int getIncomingCheckpointsCount() const { return itsIncomingCount; }
 
@@ -92,11 +104,15 @@ private:
     // it; equal names find it again, so there are never more lists than different ones.
     struct Names;
 
-    void dropAll() QZ_REQUIRES(itsLock);
+    // Nothing was ever stored but the baseline.
+    bool isUntouched() const QZ_REQUIRES(itsLatch) {
+        return itsIncoming == nullptr && itsKeptNames == nullptr;
+    }
+    void dropAll() QZ_REQUIRES(itsLatch);
 
-    Util::qzmutex itsLock;
-    Util::Vector<Checkpoint*>* itsIncoming QZ_GUARDED_BY(itsLock) = nullptr;
-    Names* itsKeptNames QZ_GUARDED_BY(itsLock) = nullptr;
+    Util::qzlatch itsLatch;
+    Util::Vector<Checkpoint*>* itsIncoming QZ_GUARDED_BY(itsLatch) = nullptr;
+    Names* itsKeptNames QZ_GUARDED_BY(itsLatch) = nullptr;
     std::atomic<Util::Map<long long>*> itsIncomingMap{nullptr};
     std::atomic<int> itsIncomingCount{0};
     std::atomic<int> itsHolders{1};

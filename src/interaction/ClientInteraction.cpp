@@ -3,7 +3,7 @@
 #include <memory>
 
 #include "config/InterceptorConfig.h"
-#include "interaction/IntCorrelator.h"
+#include "interaction/OwnCorrelator.h"
 #include "interaction/ServerInteraction.h"
 #include "util/base64.h"
 #include "util/guid.h"
@@ -33,7 +33,7 @@ ClientInteraction* ClientInteraction::create(const Util::String& key, const Util
             Util::base64::encode(reinterpret_cast<const char*>(flowGuid), kGuidBytes);
     client->itsCreateFlag = flag;
     client->itsInteractionID = Util::newGuid();
-    IntCorrelator::instance()->putClient(client.get(), clientKey.empty() ? key : Util::String::NIL);
+    OwnCorrelator::putNew(client.get(), clientKey.empty() ? key : Util::String::NIL, false);
     return client.release();
 }
 
@@ -41,10 +41,6 @@ ClientInteraction::ClientInteraction() {
     itsKind = kClient;
     itsClassName = &CINT_CLASSNAME;
     itsPlatformType = itsDefaultPlatformType;
-}
-
-ClientInteraction::~ClientInteraction() {
-    itsKind = kNeither;
 }
 
 const Util::String& ClientInteraction::getUpstreamInteractionID() {

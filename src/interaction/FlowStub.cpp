@@ -7,18 +7,6 @@
 
 namespace Quenvale::Interceptor::SDK {
 
-FlowStub::~FlowStub() {
-    FlowStub::deinit();
-}
-
-void FlowStub::deinit() {
-    if (itsCheckpoints != nullptr) {
-        itsCheckpoints->drop();
-        itsCheckpoints = nullptr;
-    }
-    Util::nullify(&itsFlowFields, false);
-}
-
 Util::String& FlowStub::getFlowID() {
     return itsFlowID;
 }
@@ -37,7 +25,7 @@ Util::String& FlowStub::getPathID() {
 
 Checkpoints* FlowStub::getCheckpoints(bool create) {
     if (itsCheckpoints != nullptr)
-        return create || itsCheckpoints->getTotalCheckpointsCount() >= 1 ? itsCheckpoints : nullptr;
+        return create || itsCheckpoints->hasAny() ? itsCheckpoints : nullptr;
     if (create) itsCheckpoints = new Checkpoints;
     return itsCheckpoints;
 }

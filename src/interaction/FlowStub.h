@@ -32,7 +32,9 @@ public:
     /// caller's.
     static void* operator new(std::size_t bytes) { return Util::Pooled::operator new(bytes); }
     static void* operator new(std::size_t, void* place) noexcept { return place; }
-    static void operator delete(void* block) noexcept { Util::release(block); }
+    static void operator delete(void* block, std::size_t bytes) noexcept {
+        Util::Pooled::operator delete(block, bytes);
+    }
     /// @}
 
     /// As it stands, empty if there is none; a ServerInteraction makes one.

@@ -9,8 +9,8 @@ namespace Quenvale::Interceptor::SDK {
 /// Interactions by thread: each thread has a stack of servers and one of clients, and its innermost
 /// open call is on top. Only the top can be popped.
 ///
-/// A thread reaches its own two stacks through a thread-local pointer, under a lock that nobody
-/// else wants. A thread that ends takes its entries with it, and so does this object.
+/// A thread reaches its own two stacks through a thread-local pointer, without a lock. A thread
+/// that ends takes its entries with it, and so does this object.
 ///
 /// Threads:   any. The object is destroyed only when no thread uses it.
 /// Ownership: interactions are borrowed; one that is destroyed takes itself off all stacks.
@@ -33,7 +33,6 @@ public:
     /// Whether it is on this thread's stack.
     bool hasInteraction(Interaction* interaction) override;
 
-    // The same for either stack. A null interaction is nowhere.
     /// @{
     /// The same for either stack. A null interaction is nowhere.
     Interaction* getInteraction(const Util::String& key, bool isServer);

@@ -1,13 +1,11 @@
 #include "interaction/IntCorrelator.h"
 
-#include "interaction/IntCorrelatorImp.h"
+#include "interaction/OwnCorrelator.h"
 
 namespace Quenvale::Interceptor::SDK {
 
 void IntCorrelator::init() {
-    auto* correlator = new IntCorrelatorImp;
-    IntCorrelatorImp::init();
-    ourBaseImpl.store(correlator, std::memory_order_release);
+    ourBaseImpl.store(OwnCorrelator::make(), std::memory_order_release);
 }
 
 void IntCorrelator::forget(Interaction* interaction) {

@@ -2,7 +2,7 @@
 
 #include "interaction/ClientInteraction.h"
 #include "interaction/IntCorrMap.h"
-#include "interaction/IntCorrTlsStack.h"
+#include "interaction/OwnCorrelator.h"
 #include "interaction/ServerInteraction.h"
 #include "interaction/ThreadStacks.h"
 #include "util/diagnostics.h"
@@ -33,12 +33,15 @@ void becomeCopy(Interaction* fresh, Interaction* old) {
 
 void IntCorrelatorImp::init() {
     ourKeyMap = new IntCorrMap(true);
-    ourTlsMap = new IntCorrTlsStack;
+    auto* stacks = new IntCorrTlsStack;
+    ourTlsMap = stacks;
+    OwnCorrelator::setStacks(stacks);
 }
 
 void IntCorrelatorImp::deinit() {
     Util::nullify(&ourKeyMap, false);
     Util::nullify(&ourTlsMap, false);
+    OwnCorrelator::setStacks(nullptr);
 }
 
 Interaction* IntCorrelatorImp::getServer(const Util::String& key) {
@@ -79,6 +82,33 @@ Interaction* IntCorrelatorImp::getForBegin(const Util::String& key, bool isServe
         found = find(Util::String::NIL);
         isFoundByThread = true;
     }
+    return OwnCorrelator::joinOrCreate(found, isFoundByThread, key, isServer, reuseMode);
+}
+
+bool IntCorrelatorImp::hasInteraction(Interaction* interaction) {
+    return ourTlsMap->hasInteraction(interaction);
+}
+
+void IntCorrelatorImp::forget(Interaction* interaction) {
+    if (interaction->itsKeyEntries != 0) static_cast<IntCorrMap*>(ourKeyMap)->forget(interaction);
+    ThreadStacks::forget(interaction);
+}
+
+IIntCorrelator* OwnCorrelator::make() {
+    auto* correlator = new IntCorrelatorImp;
+    IntCorrelatorImp::init();
+    ourCorrelator = correlator;
+    return correlator;
+}
+
+Interaction* OwnCorrelator::begin(const Util::String& key, bool isServer, int reuseMode) {
+    if (IntCorrTlsStack* known = key.empty() ? stacks() : nullptr)
+        return joinOrCreate(known->getInteraction(key, isServer), false, key, isServer, reuseMode);
+    return IntCorrelator::instance()->getForBegin(key, isServer, reuseMode, false);
+}
+
+Interaction* OwnCorrelator::joinOrCreate(Interaction* found, bool isFoundByThread,
+                                         const Util::String& key, bool isServer, int reuseMode) {
     if (found != nullptr && found->itsState == kRequestStage) {
         ++found->itsRefCount;
         if (isFoundByThread) found->storeLocalKey(key);
@@ -97,13 +127,20 @@ Interaction* IntCorrelatorImp::getForBegin(const Util::String& key, bool isServe
     return fresh;
 }
 
-bool IntCorrelatorImp::hasInteraction(Interaction* interaction) {
-    return ourTlsMap->hasInteraction(interaction);
+void OwnCorrelator::putNew(Interaction* interaction, const Util::String& key, bool isServer) {
+    if (IntCorrTlsStack* known = key.empty() ? stacks() : nullptr)
+        ThreadStacks::ensure()->pushNew(known, interaction, isServer);
+    else if (isServer)
+        IntCorrelator::instance()->putServer(interaction, key);
+    else
+        IntCorrelator::instance()->putClient(interaction, key);
 }
 
-void IntCorrelatorImp::forget(Interaction* interaction) {
-    if (interaction->itsKeyEntries != 0) static_cast<IntCorrMap*>(ourKeyMap)->forget(interaction);
-    ThreadStacks::forget(interaction);
+void OwnCorrelator::drop(Interaction* interaction) {
+    if (IntCorrTlsStack* known = stacks())
+        known->IntCorrTlsStack::dropValue(interaction, true);
+    else
+        IntCorrelator::instance()->dropValue(interaction, true);
 }
 
 }  // namespace Quenvale::Interceptor::SDK

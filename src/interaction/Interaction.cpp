@@ -1,12 +1,12 @@
 #include "interaction/Interaction.h"
 
 #include <cxxabi.h>
-#include <pthread.h>
 
 #include <memory>
 
 #include "interaction/ClientInteraction.h"
 #include "interaction/IntCorrelator.h"
+#include "interaction/OwnCorrelator.h"
 #include "interaction/ServerInteraction.h"
 #include "uplink/Uplink.h"
 #include "uplink/UplinkData.h"
@@ -30,7 +30,7 @@ Interaction* newOfClass(const Util::String& name) {
 
 Interaction* Interaction::begin(const Util::String& key, bool isServer, int reuseMode,
                                 bool /*ignored*/) {
-    return IntCorrelator::instance()->getForBegin(key, isServer, reuseMode, false);
+    return OwnCorrelator::begin(key, isServer, reuseMode);
 }
 
 Interaction* Interaction::get(const Util::String& key, bool isClient) {
@@ -67,41 +67,6 @@ Interaction::Interaction() {
     itsClassName = &INT_CLASSNAME;
     markTime();
     if (ourServerInstance.c_str() != nullptr) itsSubNode = ourServerInstance;
-}
-
-Interaction::~Interaction() {
-    Interaction::deinit();
-}
-
-void Interaction::deinit() {
-    // A server that continues a split has no report of its own to make up for.
-    const bool isUnfinished = itsState == 1 || itsState == 2;
-    if (isUnfinished && !(itIsContinuation && hasClassName(SINT_CLASSNAME))) endUnfinished();
-    // The queue behind the attachment keeps its count, which only spreads the load.
-    Util::nullify(&itsUplinkData, false);
-    if (itsStackEntries != 0 || itsKeyEntries != 0) IntCorrelator::forget(this);
-}
-
-void Interaction::endUnfinished() {
-    markTime();
-    if (itsFailure.c_str() == nullptr) {
-        itsFailure = INTERACTION_NOT_ENDED;
-    } else {
-        itsFailure.append("\n\n");
-        itsFailure.append(INTERACTION_NOT_ENDED);
-    }
-    // Nothing may leave a destructor, a cancellation of the thread neither.
-    int cancelState = PTHREAD_CANCEL_ENABLE;
-    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancelState);
-    try {
-        end();
-    } catch (Util::APIException* exception) {
-        // The usual way out of here: what is no longer a server or a client has no stack to be
-        // dropped from. It comes after the event.
-        delete exception;
-    } catch (...) {
-    }
-    pthread_setcancelstate(cancelState, nullptr);
 }
 
 void Interaction::storeLocalKey(const Util::String& key) {
@@ -188,7 +153,7 @@ void Interaction::markTime() {
 }
 
 void Interaction::setClean() {
-    Util::nullify(&itsPayload, false);
+    if (itsPayload != nullptr) Util::nullify(&itsPayload, false);
     const char* type = itsPayloadContentType.c_str();
     if (type == nullptr || *type != '\0') itsPayloadContentType = Util::String::BLANK;
     itsMsgSize = 0;
@@ -221,7 +186,7 @@ void Interaction::dropAllKeys(bool dropValue) {
     if (itsKeys != nullptr)
         for (auto* node = itsKeys->getHead(); node != nullptr; node = node->next)
             correlator->dropKey(node->data);
-    if (dropValue) correlator->dropValue(this, true);
+    if (dropValue) OwnCorrelator::drop(this);
 }
 
 void Interaction::addAllKeys() {

@@ -159,14 +159,17 @@ public:
     void* itsRecord = nullptr;            // The C interface's record of this call, not owned.
 
     /// @{
-    /// How many entries on threads' stacks and in the key map lead here. The correlator keeps them.
-    std::atomic<int> itsStackEntries{0};
-    std::atomic<int> itsKeyEntries{0};
-    /// @}
-    /// @{
-    /// Where it looks for them first. An entry serves other interactions once it was taken off.
+    /// The ways that lead here, kept by the correlator: the entry on a thread's stack that came
+    /// first, the newest of any further ones, and the oldest key. A stack's entry serves other
+    /// interactions once it was taken off.
+    std::atomic<StackEntry*> itsFirstEntry{nullptr};
     std::atomic<StackEntry*> itsNewestEntry{nullptr};
     Util::String itsOldestKey;
+    /// @}
+    /// @{
+    /// How many further entries there are on stacks, at most, and how many in the key map.
+    std::atomic<int> itsFurtherEntries{0};
+    std::atomic<int> itsKeyEntries{0};
     /// @}
 
 protected:

@@ -2,6 +2,7 @@
 
 #include <cctype>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -56,19 +57,6 @@ Util::ByteArray* copyOf(const Util::ByteArray* source) {
 }
 
 }  // namespace
-
-InteractionStub::~InteractionStub() {
-    InteractionStub::deinit();
-}
-
-void InteractionStub::deinit() {
-    itsEvaluators.reset();
-    Util::nullify(&itsMsgFields, false);
-    Util::nullify(&itsKeys, false);
-    Util::nullify(&itsPayload, false);
-    Util::nullify(&itsRawBuffer1, true);
-    Util::nullify(&itsRawBuffer2, true);
-}
 
 void InteractionStub::setUrl(Util::String url) {
     check();

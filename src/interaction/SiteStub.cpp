@@ -4,10 +4,6 @@
 
 namespace Quenvale::Interceptor::SDK {
 
-SiteStub::~SiteStub() {
-    SiteStub::deinit();
-}
-
 Util::String& SiteStub::getUrl() {
     return itsUrl;
 }

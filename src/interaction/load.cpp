@@ -12,6 +12,7 @@
 #include "interaction/IntCorrelator.h"
 #include "interaction/IntCorrelatorImp.h"
 #include "interaction/Interaction.h"
+#include "interaction/OwnCorrelator.h"
 #include "interaction/ServerInteraction.h"
 #include "uplink/AgentEvent.h"
 #include "uplink/AsyncBinaryUplink.h"
@@ -143,6 +144,8 @@ Util::qzmutex& IntCorrelator::ourLock = *new Util::qzmutex;
 std::atomic<IIntCorrelator*> IntCorrelator::ourBaseImpl{nullptr};
 IIntCorrelator* IntCorrelatorImp::ourKeyMap = nullptr;
 IIntCorrelator* IntCorrelatorImp::ourTlsMap = nullptr;
+const IIntCorrelator* OwnCorrelator::ourCorrelator = nullptr;
+IntCorrTlsStack* OwnCorrelator::ourStacks = nullptr;
 Util::String& Interaction::ourServerInstance = *new Util::String;
 Util::String& Interaction::ourHostname = *new Util::String;
 Uplink* Interaction::ourUplink = nullptr;

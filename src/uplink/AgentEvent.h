@@ -7,7 +7,6 @@
 
 namespace Quenvale::Interceptor::SDK {
 
-class Checkpoints;
 class Interaction;
 
 /// Turns one interaction into one flat run of bytes, the agent event. docs/protocol.md has the
@@ -57,12 +56,11 @@ public:
     bool itsIsClient;                                                   // All but a whole server.
 
 private:
-    class Walk;
-
     QZ_LOCAL void prepare(bool isClient);
-    QZ_LOCAL int walk(unsigned char* room, int size, bool isClient);
-    QZ_LOCAL void walkFields(Walk& walk, bool isClient);
-    QZ_LOCAL void walkCheckpoints(Walk& walk);
+    /// Fills mask and sizes, and writes what the room takes. Returns how much it would have to be.
+    QZ_LOCAL int walkFields(unsigned char* room, int size, bool isClient);
+    QZ_LOCAL void addHead(unsigned char* at) const;
+    QZ_LOCAL void addPayload(unsigned char* bytes, int size);
     void computeParts();
     int payloadLength() const;
     unsigned char flags() const;
@@ -72,7 +70,6 @@ private:
     bool itHasRequest = false;
     bool itHasReply = false;
     int itsIncomingCount = 0;
-    Checkpoints* itsCheckpoints = nullptr;
     Util::Vector<Util::String>* itsNewNames = nullptr;
 };
 

@@ -132,7 +132,7 @@ private:
     /// At least 1 ms, so that no setting makes a thread spin.
     static void rest(long long milliseconds);
     void startThreads();
-    void sendQueued(SocketQueue* queue, Util::MutexGuard& data) QZ_NO_THREAD_SAFETY_ANALYSIS;
+    void sendQueued(SocketQueue* queue, Util::LatchGuard& data) QZ_NO_THREAD_SAFETY_ANALYSIS;
     void keepAgentID(const unsigned char* bytes, int length);
     void writeCredentials(IO::DataOutputStream& out, const unsigned char* id, int length);
     void writeAgentID(IO::DataOutputStream& out, int length);

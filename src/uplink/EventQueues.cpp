@@ -1,15 +1,11 @@
 // The way of a report from the interaction into a queue, and of a queue to its send.
 #include <climits>
 #include <cstring>
-#include <new>
 
-#include <cxxabi.h>
-
-#include "interaction/Interaction.h"
 #include "uplink/AgentEvent.h"
 #include "uplink/AsyncBinaryUplink.h"
+#include "uplink/Report.h"
 #include "uplink/SocketQueue.h"
-#include "uplink/SocketQueueRef.h"
 #include "util/diagnostics.h"
 #include "util/trap.h"
 
@@ -17,19 +13,8 @@ namespace Quenvale::Interceptor::SDK {
 
 namespace {
 
-constexpr int kEventRoom = 2048;           // bytes, on the stack: most events need no block
 constexpr long long kBareOverhead = 8;     // Two lengths.
 constexpr long long kPayloadOverhead = 9;  // And the content type's code.
-
-/// Gives the bytes of a record back, by whatever way the report ends.
-struct Releasing {
-    explicit Releasing(Util::ByteArray& bytes) : itsBytes(bytes) {}
-    ~Releasing() { itsBytes.releaseContent(); }
-    Releasing(const Releasing&) = delete;
-    Releasing& operator=(const Releasing&) = delete;
-
-    Util::ByteArray& itsBytes;
-};
 
 bool hasData(const Util::ByteArray& bytes) {
     return bytes.data != nullptr && bytes.length > 0;
@@ -48,26 +33,11 @@ unsigned char* append(unsigned char* out, const void* bytes, int length) {
 
 void AsyncBinaryUplink::notifyAgent(Interaction* interaction) {
     if (!getAlive()) return;
-    AgentEvent agentEvent(interaction, false, true);
-    const Releasing payload(agentEvent.itsPayloadCopy);
-    unsigned char room[kEventRoom];
-    Util::ByteArray event;
-    const Releasing eventBytes(event);
-    try {
-        event = agentEvent.serialize(room, sizeof room);
-    } catch (const std::bad_alloc&) {
-        return;
-    }
-    try {
-        QueueUse use(*this, *interaction);
-        queueEvent(use.queue(), timeOf(*interaction), event, true, agentEvent.itsPayloadCopy,
-                   agentEvent.itsContentType);
-        use.finish();
-    } catch (abi::__forced_unwind&) {
-        throw;
-    } catch (...) {
-        return;
-    }
+    report(interaction, true,
+           [this](SocketQueue* queue, long long time, const Util::ByteArray& bytes,
+                  const AgentEvent& event) {
+               queueEvent(queue, time, bytes, true, event.itsPayloadCopy, event.itsContentType);
+           });
 }
 
 int AsyncBinaryUplink::computeEventLength(const Util::ByteArray& event,
@@ -96,29 +66,32 @@ int AsyncBinaryUplink::copyEventAndPayload(unsigned char* buffer, int position,
     return static_cast<int>(out - buffer);
 }
 
-void AsyncBinaryUplink::queueEvent(SocketQueue* queue, long long time, const Util::ByteArray& event,
-                                   bool flushAllowed, const Util::ByteArray& payload,
-                                   const Util::String& contentType) {
+// Flattened for the append, which is as far as most reports go.
+__attribute__((flatten)) void AsyncBinaryUplink::queueEvent(SocketQueue* queue, long long time,
+                                                            const Util::ByteArray& event,
+                                                            bool flushAllowed,
+                                                            const Util::ByteArray& payload,
+                                                            const Util::String& contentType) {
     const int length = computeEventLength(event, payload);
-    const int size = itsSettings.bufferSize;
     {
-        Util::MutexGuard data(queue->itsDataLock);
-        if (length > 0 && static_cast<long long>(length) + queue->itsUsed <= size) {
-            if (queue->itsUsed == 0) queue->itsFirstEventTime = time;
-            queue->itsUsed = copyEventAndPayload(queue->itsBuffer.get(), queue->itsUsed, event,
-                                                 payload, contentType);
+        Util::LatchGuard data(queue->itsDataLock);
+        const int used = queue->itsUsed;
+        if (length > 0 && length <= itsSettings.bufferSize - used) {
+            if (used == 0) queue->itsFirstEventTime = time;
+            queue->itsUsed =
+                copyEventAndPayload(queue->itsBuffer.get(), used, event, payload, contentType);
             data.unlock();
             if (!canLog(4)) return;
             debugMsg("Queuing event, length: %d, payload: %d, total including metadata: %d.\n",
                      event.length, payloadLength(payload), length);
             return;
         }
-        if (flushAllowed || queue->itsUsed != 0) sendQueued(queue, data);
+        if (flushAllowed || used != 0) sendQueued(queue, data);
     }
     if (length == 0) return;
     // Now it fits, unless another thread filled the buffer meanwhile. One as large as the buffer
     // would fit too, and still goes the other way.
-    if (length < size && flushAllowed)
+    if (length < itsSettings.bufferSize && flushAllowed)
         queueEvent(queue, time, event, false, payload, contentType);
     else
         sendEvent(event, payload, contentType);
@@ -126,13 +99,14 @@ void AsyncBinaryUplink::queueEvent(SocketQueue* queue, long long time, const Uti
 
 // Taking itsSendLock with itsDataLock in hand means that whoever finds the queue full waits for the
 // send that is under way, and others behind it: the spare buffer is free at the swap.
-void AsyncBinaryUplink::sendQueued(SocketQueue* queue, Util::MutexGuard& data) {
+void AsyncBinaryUplink::sendQueued(SocketQueue* queue, Util::LatchGuard& data) {
     Util::MutexGuard send(queue->itsSendLock);
-    if (queue->itsUsed < 1) {
+    const int length = queue->itsUsed;
+    if (length < 1) {
+        data.unlock();
         debugMsg("Queue flushed, but it is empty.\n");
         return;
     }
-    const int length = queue->itsUsed;
     queue->itsBuffer.swap(queue->itsSpareBuffer);
     queue->itsUsed = 0;
     data.unlock();

@@ -59,11 +59,11 @@ void PooledUplink::run() {
 }
 
 // Without a lock: two threads that choose at once may choose the same queue, which costs nothing
-// but a little evenness.
+// but a little evenness. None has fewer attachments than none.
 UplinkData* PooledUplink::pick() {
     SocketQueue* chosen = &itsQueues[0];
     int best = kNoBestYet;
-    for (int i = 0; i < itsQueueCount; ++i) {
+    for (int i = 0; i < itsQueueCount && best > 0; ++i) {
         const int count = itsQueues[i].itsRefCount.load(std::memory_order_relaxed);
         if (count >= best) continue;
         best = count;
@@ -81,37 +81,6 @@ PooledUplink::SocketQueueRef* PooledUplink::attachedTo(const Interaction& intera
     if (data == nullptr || typeid(*data) != typeid(SocketQueueRef)) return nullptr;
     auto* ref = static_cast<SocketQueueRef*>(data);
     return ref->itsUplink == this && ref->itsQueue != nullptr ? ref : nullptr;
-}
-
-PooledUplink::QueueUse::QueueUse(PooledUplink& uplink, Interaction& interaction)
-    : itsInteraction(interaction), itsRef(uplink.attachedTo(interaction)) {
-    const int state = interaction.itsState;
-    itIsLast = state > 0;
-    if (itsRef != nullptr) return;
-    itsRef = static_cast<SocketQueueRef*>(uplink.pick());
-    itIsOwn = interaction.itsUplinkData != nullptr;
-    if (itIsOwn) return;
-    interaction.itsUplinkData = itsRef;
-    itIsLast = state == 2 || state == 3;
-}
-
-PooledUplink::QueueUse::~QueueUse() {
-    if (itIsOwn) giveUp();
-}
-
-PooledUplink::SocketQueue* PooledUplink::QueueUse::queue() const {
-    return itsRef->itsQueue;
-}
-
-void PooledUplink::QueueUse::finish() {
-    if (itIsOwn || !itIsLast) return;
-    itsInteraction.itsUplinkData = nullptr;
-    giveUp();
-}
-
-void PooledUplink::QueueUse::giveUp() {
-    itsRef->clear();
-    delete itsRef;
 }
 
 // An interceptor may have set any times, so the sum may wrap.
@@ -137,7 +106,7 @@ void PooledUplink::flushAged() {
 }
 
 bool PooledUplink::isDue(SocketQueue* queue, long long now, long long limit) {
-    Util::MutexGuard guard(queue->itsDataLock);
+    Util::LatchGuard guard(queue->itsDataLock);
     if (queue->itsUsed == 0) return false;
     // An event from ahead of the clock stays until the clock is there: what is compared then is
     // below 0. Unsigned, because an interceptor may have set any time.

@@ -63,6 +63,10 @@ protected:
     SocketQueueRef* attachedTo(const Interaction& interaction) const;
     /// When the interaction's event came about.
     static long long timeOf(const Interaction& interaction);
+    /// Serialises the present stage of the interaction and calls append(queue, time, bytes, event),
+    /// whose exceptions end here. An event for which there is no memory is dropped.
+    template <class Append>
+    QZ_LOCAL void report(Interaction* interaction, bool separatePayload, Append append);
 
     /// Sends what is queued, once a send of this queue that is under way is over.
     virtual void flushQueue(SocketQueue* queue) = 0;

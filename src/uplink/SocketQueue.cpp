@@ -10,7 +10,7 @@ constexpr int kDefaultSize = 0x10000;
 
 void PooledUplink::SocketQueue::init(int size) {
     const auto bytes = static_cast<std::size_t>(size > 0 ? size : kDefaultSize);
-    Util::MutexGuard data(itsDataLock);
+    Util::LatchGuard data(itsDataLock);
     Util::MutexGuard send(itsSendLock);
     // Left uninitialised: pages that no event reaches are never touched.
     itsBuffer.reset(new unsigned char[bytes]);

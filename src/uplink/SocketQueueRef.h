@@ -1,6 +1,6 @@
 #pragma once
 
-#include "uplink/PooledUplink.h"
+#include "uplink/SocketQueue.h"
 #include "uplink/UplinkData.h"
 #include "util/blocks.h"
 
@@ -14,38 +14,19 @@ namespace Quenvale::Interceptor::SDK {
 class QZ_LOCAL PooledUplink::SocketQueueRef final : public UplinkData, public Util::Pooled {
 public:
     /// Does not count; whoever makes it does.
-    SocketQueueRef(SocketQueue* queue, PooledUplink* uplink);
+    SocketQueueRef(SocketQueue* queue, PooledUplink* uplink) : itsQueue(queue), itsUplink(uplink) {}
 
     /// A further attachment to the same queue.
     UplinkData* copy() override;
     /// Gives the queue up.
-    void clear() override;
+    void clear() override {
+        if (itsQueue == nullptr) return;
+        --itsQueue->itsRefCount;
+        itsQueue = nullptr;
+    }
 
     SocketQueue* itsQueue;  // Null after clear().
     PooledUplink* itsUplink;
-};
-
-/// One event's use of a queue: that of the call's earlier events, or the one with the fewest
-/// attachments, which the call then keeps until its last event. Where another uplink has attached
-/// something to the call, that stays, and the queue is this event's only.
-class QZ_LOCAL PooledUplink::QueueUse {
-public:
-    QueueUse(PooledUplink& uplink, Interaction& interaction);
-    ~QueueUse();
-    QueueUse(const QueueUse&) = delete;
-    QueueUse& operator=(const QueueUse&) = delete;
-
-    SocketQueue* queue() const;
-    /// Once the event is queued. Without it, after an exception, the attachment stays.
-    void finish();
-
-private:
-    void giveUp();
-
-    Interaction& itsInteraction;
-    SocketQueueRef* itsRef;
-    bool itIsLast = false;
-    bool itIsOwn = false;  // Not attached to the call.
 };
 
 }  // namespace Quenvale::Interceptor::SDK

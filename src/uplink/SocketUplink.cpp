@@ -5,34 +5,13 @@
 #include <algorithm>
 #include <csignal>
 #include <cstring>
-#include <new>
-
-#include <cxxabi.h>
 
 #include "config/InterceptorConfig.h"
-#include "interaction/Interaction.h"
-#include "uplink/AgentEvent.h"
+#include "uplink/Report.h"
 #include "uplink/SocketQueue.h"
-#include "uplink/SocketQueueRef.h"
 #include "util/diagnostics.h"
 
 namespace Quenvale::Interceptor::SDK {
-
-namespace {
-
-constexpr int kEventRoom = 2048;  // bytes, on the stack: most events need no block
-
-/// An event's bytes, given back by whatever way the report ends.
-struct EventBytes {
-    EventBytes() = default;
-    ~EventBytes() { bytes.releaseContent(); }
-    EventBytes(const EventBytes&) = delete;
-    EventBytes& operator=(const EventBytes&) = delete;
-
-    Util::ByteArray bytes;
-};
-
-}  // namespace
 
 SocketUplink::SocketUplink() : SocketUplink(itsParams, InterceptorConfig::itsCurrent) {
     std::signal(SIGPIPE, SIG_IGN);
@@ -56,23 +35,9 @@ bool SocketUplink::getAlive() {
 
 void SocketUplink::notifyAgent(Interaction* interaction) {
     if (!getAlive()) return;
-    AgentEvent agentEvent(interaction, false, false);
-    unsigned char room[kEventRoom];
-    EventBytes event;
-    try {
-        event.bytes = agentEvent.serialize(room, sizeof room);
-    } catch (const std::bad_alloc&) {
-        return;
-    }
-    try {
-        QueueUse use(*this, *interaction);
-        queueEvent(use.queue(), timeOf(*interaction), event.bytes, true);
-        use.finish();
-    } catch (abi::__forced_unwind&) {
-        throw;
-    } catch (...) {
-        return;
-    }
+    report(interaction, false,
+           [this](SocketQueue* queue, long long time, const Util::ByteArray& bytes,
+                  const AgentEvent& /*event*/) { queueEvent(queue, time, bytes, true); });
 }
 
 void SocketUplink::shutdown() {
@@ -91,7 +56,7 @@ void SocketUplink::queueEvent(SocketQueue* queue, long long time, const Util::By
     const int size = itsSettings.bufferSize;
     const bool hasData = event.data != nullptr && event.length > 0;
     {
-        Util::MutexGuard data(queue->itsDataLock);
+        Util::LatchGuard data(queue->itsDataLock);
         if (hasData && static_cast<long long>(queue->itsUsed) + event.length <= size) {
             if (queue->itsUsed == 0) queue->itsFirstEventTime = time;
             std::memcpy(queue->itsBuffer.get() + queue->itsUsed, event.data,
@@ -114,7 +79,7 @@ void SocketUplink::queueEvent(SocketQueue* queue, long long time, const Util::By
 
 // Taking itsSendLock with itsDataLock in hand means that the spare buffer is free at the swap. An
 // empty buffer is sent like any other; the length that is logged is that of the event behind it.
-void SocketUplink::sendQueued(SocketQueue* queue, int eventLength, Util::MutexGuard& data) {
+void SocketUplink::sendQueued(SocketQueue* queue, int eventLength, Util::LatchGuard& data) {
     Util::MutexGuard guard(queue->itsSendLock);
     const int length = queue->itsUsed;
     queue->itsBuffer.swap(queue->itsSpareBuffer);

@@ -101,7 +101,7 @@ private:
     class Lease;
 
     void sendQueued(SocketQueue* queue, int eventLength,
-                    Util::MutexGuard& data) QZ_NO_THREAD_SAFETY_ANALYSIS;
+                    Util::LatchGuard& data) QZ_NO_THREAD_SAFETY_ANALYSIS;
     bool isUsable(int slot);
     std::unique_ptr<Util::Socket> connectAsConfigured();
 

@@ -24,24 +24,45 @@ std::uint64_t load(const char* from) {
     return value;
 }
 
-// The last characters of a key, eight at most.
-std::uint64_t loadTail(const char* end, std::size_t count) {
-    if (count >= 4) return load<std::uint32_t>(end - count) << 32 | load<std::uint32_t>(end - 4);
-    std::uint64_t tail = 0;
-    for (std::size_t i = count; i > 0; --i)
-        tail = tail << 8 | static_cast<unsigned char>(end[-static_cast<std::ptrdiff_t>(i)]);
-    return tail;
+// Of a text of at most 16 characters, all of them in two numbers.
+void loadShort(const char* text, std::size_t length, std::uint64_t& a, std::uint64_t& b) {
+    const char* const end = text + length;
+    if (length >= 8) {
+        a = load<std::uint64_t>(text);
+        b = load<std::uint64_t>(end - 8);
+    } else if (length >= 4) {
+        a = load<std::uint32_t>(text);
+        b = load<std::uint32_t>(end - 4);
+    } else if (length > 0) {
+        a = static_cast<unsigned char>(text[0]) |
+            static_cast<std::uint64_t>(static_cast<unsigned char>(text[length / 2])) << 8;
+        b = static_cast<unsigned char>(end[-1]);
+    }
 }
 
 }  // namespace
 
+std::uint64_t hashText(const char* text, std::size_t length, std::uint64_t start) noexcept {
+    // Not the seed itself: the hash begins with that, and then two texts whose halves are each
+    // other's would meet.
+    const std::uint64_t other = ourHashSeed << 29 | ourHashSeed >> 35;
+    std::uint64_t hash = start ^ length;
+    std::uint64_t a = 0;
+    std::uint64_t b = 0;
+    if (length <= 16) {
+        loadShort(text, length, a, b);
+    } else {
+        const char* const last = text + length - 16;
+        for (; text < last; text += 16)
+            hash = fold(hash ^ load<std::uint64_t>(text), other ^ load<std::uint64_t>(text + 8));
+        a = load<std::uint64_t>(last);
+        b = load<std::uint64_t>(last + 8);
+    }
+    return fold(fold(hash ^ a, other ^ b), ourHashSeed);
+}
+
 unsigned long hashKey(const char* key) noexcept {
-    if (key == nullptr) return 0;
-    const std::size_t length = std::strlen(key);
-    const char* const end = key + length;
-    std::uint64_t hash = ourHashSeed ^ length;
-    for (; end - key > 8; key += 8) hash = fold(hash ^ load<std::uint64_t>(key), ourHashSeed);
-    return fold(hash ^ loadTail(end, static_cast<std::size_t>(end - key)), ourHashSeed);
+    return key == nullptr ? 0 : hashText(key, std::strlen(key), ourHashSeed);
 }
 
 }  // namespace Quenvale::Interceptor::SDK::Util

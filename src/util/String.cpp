@@ -86,9 +86,13 @@ String String::addrToString(const void* address) {
 }
 
 String operator+(const String& a, const String& b) {
-    String joined(a);
-    joined.append(b);
-    return joined;
+    if (b.empty()) return a;
+    if (a.c_str() == nullptr) return b;
+    char* joined = String::room(static_cast<std::size_t>(a.length()) + b.length());
+    if (joined == nullptr) return {};
+    std::memcpy(joined, a.c_str(), a.length());
+    std::memcpy(joined + a.length(), b.c_str(), b.length());
+    return String::adopt(joined);
 }
 
 }  // namespace Quenvale::Interceptor::SDK::Util

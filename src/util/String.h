@@ -73,9 +73,9 @@ public:
     /// NIL or no characters.
     bool empty() const { return itsText == nullptr || *itsText == '\0'; }
     /// In bytes; 0 for NIL.
-    unsigned int length() const {
-        return itsText == nullptr ? 0 : static_cast<unsigned int>(lengthAt(itsText));
-    }
+    unsigned int length() const { return static_cast<unsigned int>(lengthOf(itsText)); }
+    /// The same for what c_str() of a String gave.
+    static std::size_t lengthOf(const char* text) { return text == nullptr ? 0 : lengthAt(text); }
 
     /// @{
     /// An empty argument changes nothing, so that NIL stays NIL; NIL takes on a copy of it. The
@@ -146,7 +146,7 @@ private:
 
 static_assert(sizeof(String) == sizeof(char*));
 
-/// A new text of both; NIL where both are. Less where there is no memory.
+/// A new text of both; NIL where both are, or where there is no memory.
 QZ_API String operator+(const String& a, const String& b);
 
 }  // namespace Quenvale::Interceptor::SDK::Util

@@ -38,10 +38,11 @@ std::size_t sizeOf(std::size_t number) {
 }
 
 // The largest class that a block can serve which is larger than the fine ones hold; kClasses for
-// one that is too large to keep.
+// one that is too large to keep, or smaller than any class: a host's allocator may give 8 bytes.
 std::size_t coarseClassOf(std::size_t usable) {
     constexpr std::size_t kSlack = 2 * sizeof(std::size_t);  // What malloc gives beyond.
-    if (usable >= BlockCache::kLimit + kSlack) return BlockCache::kClasses;
+    if (usable < BlockCache::kFineStep || usable >= BlockCache::kLimit + kSlack)
+        return BlockCache::kClasses;
     const std::size_t coarse = usable / BlockCache::kCoarseStep + BlockCache::kSkipped - 1;
     return coarse < BlockCache::kFine ? BlockCache::kFine - 1 : coarse;
 }
@@ -158,8 +159,7 @@ void releaseTexts(char* const* first, std::size_t count) noexcept {
     }
 }
 
-char* duplicate(const char* text, std::size_t length) noexcept {
-    if (text == nullptr) return nullptr;
+char* duplicateText(const char* text, std::size_t length) noexcept {
     auto* copy = static_cast<char*>(popBlock(length + 1));
     if (__builtin_expect(copy == nullptr, 0)) return copyToNewBlock(text, length);
     copy[length] = '\0';

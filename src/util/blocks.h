@@ -44,8 +44,14 @@ inline void release(void* block) noexcept {
 /// release() for so many texts that stand one behind the other.
 void releaseTexts(char* const* first, std::size_t count) noexcept;
 
-/// A copy of `length` characters with a terminator; null for a null text.
-QZ_API char* duplicate(const char* text, std::size_t length) noexcept;
+/// @{
+/// A copy of `length` characters with a terminator; null for a null text, which the first form is
+/// never given.
+QZ_API char* duplicateText(const char* text, std::size_t length) noexcept;
+inline char* duplicate(const char* text, std::size_t length) noexcept {
+    return text == nullptr ? nullptr : duplicateText(text, length);
+}
+/// @}
 
 /// Base of the classes that a report makes: their objects come from allocate().
 struct Pooled {

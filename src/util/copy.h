@@ -37,6 +37,7 @@ inline void* copyText(void* to, const void* from, std::size_t length) {
         std::memcpy(out + length - sizeof tail, &tail, sizeof tail);
         return to;
     }
+    if (length == 0) return to;
     return std::memcpy(to, from, length);
 }
 

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <utility>
 
 #include "util/Clock.h"
 #include "util/base64.h"
@@ -41,34 +42,55 @@ void putLowByteFirst(unsigned char* bytes, std::uint64_t value, int count) {
     for (int i = 0; i < count; ++i) bytes[i] = static_cast<unsigned char>(value >> (8 * i));
 }
 
-std::uint32_t nextSerial() {
+// The base outlives a wrap of the counter: the fresh one is made and dropped.
+__attribute__((noinline, cold)) void passWrap() {
+    MutexGuard guard(itsLock);
+    release(_getBase());
+}
+
+// The first of so many serials that follow each other.
+std::uint32_t takeSerials(std::uint32_t count) {
     // Nothing but the number itself has to be agreed on between threads, so no lock.
-    const std::uint32_t serial = counter.fetch_add(1, std::memory_order_relaxed);
-    if (serial == UINT32_MAX) {
-        // The base outlives a wrap of the counter: the fresh one is made and dropped.
-        MutexGuard guard(itsLock);
-        release(_getBase());
-    }
-    return serial;
+    const std::uint32_t first = counter.fetch_add(count, std::memory_order_relaxed);
+    if (__builtin_expect(first > UINT32_MAX - count, 0)) passWrap();
+    return first;
+}
+
+// The serial's characters and the padding, as the one number that the store below writes: ids are
+// copied right after they are made, and a copy waits for each store that it finds under way.
+template <int... I>
+std::uint64_t serialText(std::uint32_t serial, std::integer_sequence<int, I...>) {
+    const std::uint64_t bits = static_cast<std::uint64_t>(__builtin_bswap32(serial)) << 4;
+    constexpr std::uint64_t kPadding = 0x3d3dUL << 48;
+    return (kPadding | ... |
+            (static_cast<std::uint64_t>(base64_chars[bits >> (30 - 6 * I) & 63]) << (8 * I)));
+}
+
+// The base fills 16 characters to the bit, and they are the same in every id.
+inline String guidOf(std::uint32_t serial) {
+    char* text = String::room(kGuidText);
+    if (text == nullptr) return {};
+    copyBaseText(text);
+    const std::uint64_t tail = serialText(serial, std::make_integer_sequence<int, 6>());
+    std::memcpy(text + kBaseText, &tail, sizeof tail);
+    return String::adopt(text);
 }
 
 }  // namespace
 
-// The base fills 16 characters to the bit, and they are the same in every id.
 String newGuid() {
-    char* text = String::room(kGuidText);
-    if (text == nullptr) return {};
-    const std::uint32_t serial = nextSerial();
-    copyBaseText(text);
-    const std::uint64_t group = static_cast<std::uint64_t>(__builtin_bswap32(serial)) << 4;
-    for (int i = 0; i < 6; ++i) text[kBaseText + i] = base64_chars[group >> (30 - 6 * i) & 63];
-    text[kGuidText - 2] = text[kGuidText - 1] = '=';
-    return String::adopt(text);
+    return guidOf(takeSerials(1));
+}
+
+void newGuids(String& first, String& second) {
+    const std::uint32_t serial = takeSerials(2);
+    first = guidOf(serial);
+    second = guidOf(serial + 1);
 }
 
 void getBytes(unsigned char* bytes) {
     copyBase(bytes);
-    putLowByteFirst(bytes + kBaseBytes, nextSerial(), kCounterBytes);
+    putLowByteFirst(bytes + kBaseBytes, takeSerials(1), kCounterBytes);
 }
 
 unsigned char* _getBase() {

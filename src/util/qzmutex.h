@@ -2,13 +2,16 @@
 
 #include <pthread.h>
 
+#include <atomic>
+
 #include "util/annotations.h"
 #include "util/export.h"
 
 namespace Quenvale::Interceptor::SDK::Util {
 
-/// The library's only lock: recursive, so a thread may lock it again and then owes as many
-/// unlocks. Every operation is const, so that a const object can guard what it reads.
+/// The library's lock wherever one may be waited on or taken again: recursive, so a thread may lock
+/// it again and then owes as many unlocks. Every operation is const, so that a const object can
+/// guard what it reads.
 ///
 /// Threads: any. No order between two locks is enforced here; it belongs to their owners.
 class QZ_API QZ_CAPABILITY("mutex") qzmutex {
@@ -29,7 +32,7 @@ public:
     pthread_mutex_t* handle() const { return &itsMutex; }
 
 private:
-    // The static form costs no call: each server interaction has a lock.
+    // The static form costs no call.
     mutable pthread_mutex_t itsMutex = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
 };
 
@@ -55,6 +58,59 @@ public:
 private:
     const qzmutex* itsLock;
     bool itIsLocked;
+};
+
+/// The lock for what is nearly always over at once and never taken again by who holds it: one
+/// atomic operation takes it and one gives it back, a third of a mutex. A thread that finds it
+/// taken sleeps.
+///
+/// Threads: any, but not one that holds it: nothing tells.
+class QZ_CAPABILITY("mutex") qzlatch {
+public:
+    qzlatch() = default;
+    qzlatch(const qzlatch&) = delete;
+    qzlatch& operator=(const qzlatch&) = delete;
+
+    void lock() QZ_ACQUIRE() {
+        int found = kFree;
+        if (__builtin_expect(
+                !itsState.compare_exchange_strong(found, kTaken, std::memory_order_acquire,
+                                                  std::memory_order_relaxed),
+                0))
+            wait();
+    }
+    void unlock() QZ_RELEASE() {
+        if (__builtin_expect(itsState.exchange(kFree, std::memory_order_release) == kAwaited, 0))
+            wakeOne();
+    }
+
+private:
+    enum State : int { kFree, kTaken, kAwaited };  // kAwaited: taken, and others may sleep.
+
+    QZ_LOCAL void wait();
+    QZ_LOCAL void wakeOne();
+
+    std::atomic<int> itsState{kFree};
+};
+
+/// Holds a latch for a scope.
+class QZ_SCOPED_CAPABILITY LatchGuard {
+public:
+    /// Waits for the latch.
+    explicit LatchGuard(qzlatch& latch) QZ_ACQUIRE(latch) : itsLatch(&latch) { latch.lock(); }
+    ~LatchGuard() QZ_RELEASE() { unlock(); }
+    LatchGuard(const LatchGuard&) = delete;
+    LatchGuard& operator=(const LatchGuard&) = delete;
+
+    /// Ends the hold before the scope does.
+    void unlock() QZ_RELEASE() {
+        if (itsLatch == nullptr) return;
+        itsLatch->unlock();
+        itsLatch = nullptr;
+    }
+
+private:
+    qzlatch* itsLatch;
 };
 
 }  // namespace Quenvale::Interceptor::SDK::Util

@@ -127,6 +127,28 @@ TEST(ConfigLoad, FlowFieldNamesComeLastAndAreReplacedWhole) {
     EXPECT_FALSE(config.hasFlowFieldNames());
 }
 
+TEST(ConfigLoad, ACallThatComesWhileOneIsReadWaitsForItsFlowFieldNames) {
+    struct Reader final : Util::StreamReader {
+        explicit Reader(InterceptorConfig& config) : itsConfig(config) {}
+        void closeReader() override {}
+        explicit operator bool() const override { return true; }
+        Util::String ReadLine() override {
+            EXPECT_TRUE(itsConfig.hasFlowFieldNames());
+            return itsText.ReadLine();
+        }
+        InterceptorConfig& itsConfig;
+        TextReader itsText{"h\n1\n1\n0\n0\n0\n0\n0\n1\nsecond\n"};
+    };
+    InterceptorConfig config;
+    config.load(Pushed("h\n1\n1\n0\n0\n0\n0\n0\n1\nfirst\n"));
+    Reader reader(config);
+    config.updateConfig(reader);
+    EXPECT_TRUE(config.flowFieldNames()->contains("second"));
+    TextReader failing("h\n", 1);
+    config.updateConfig(failing);
+    EXPECT_EQ(config.flowFieldNames(), nullptr);
+}
+
 TEST(ConfigLoad, RowsFollowTheCountAndNeverOutgrowTheText) {
     const struct {
         const char *why, *text;

@@ -145,6 +145,20 @@ TEST_F(Decisions, TheFirstCallOfAKeyDecidesUntilAGoodConfigurationComes) {
     EXPECT_FALSE(decide("/b", "op")->itComputesPath) << "the tables of a failed text are gone";
 }
 
+TEST_F(Decisions, AUrlHasAnyNumberOfOperationsAndGoesWithAllOfThem) {
+    const auto name = [](int i) { return "op" + std::to_string(i); };
+    constexpr int kOperations = 1000;
+    std::vector<EntryRef> entries;
+    for (int i = 0; i < kOperations; ++i) entries.push_back(decide("/many", name(i).c_str()));
+    for (int i = 0; i < kOperations; ++i) EXPECT_EQ(decide("/many", name(i).c_str()), entries[i]);
+    EXPECT_NE(decide("/many", nullptr), decide("/many", "")) << "no name is not the empty one";
+    EXPECT_EQ(decide("/many", nullptr), decide("/many", nullptr));
+    EXPECT_NE(decide("/man", "yop1"), entries[1]);
+    for (int i = 0; i < 256; ++i) decide(("/" + std::to_string(i)).c_str(), "op");
+    for (int i = 0; i < kOperations; i += 99)
+        EXPECT_NE(decide("/many", name(i).c_str()), entries[i]);
+}
+
 TEST_F(Decisions, TheUrlUsedLeastRecentlyGivesWay) {
     const EntryRef kept = decide("/0", "op");
     const EntryRef dropped = decide("/1", "op");

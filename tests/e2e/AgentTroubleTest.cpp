@@ -125,5 +125,14 @@ TEST(EndToEndTrouble, AProcessThatCannotHaveThreadsGoesOn) {
     EXPECT_EQ(agent.counters().controlConnections, 0);
 }
 
+TEST(EndToEndTrouble, BlocksThatHoldNoMoreThanWasAskedForAreKeptAsSuch) {
+    if (*QZ_MALLOC_DRIVER == '\0') GTEST_SKIP() << "a sanitizer needs malloc of its own";
+    AgentPeer agent;
+    Driver driver(quick(started(agent)), QZ_MALLOC_DRIVER);
+    driver.run("records 100");
+    driver.run(kCall);
+    driver.leave();
+}
+
 }  // namespace
 }  // namespace e2e

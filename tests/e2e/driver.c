@@ -8,6 +8,7 @@
  *   open URL OP                     an analysed server that stays open; close ends it
  *   flood THREADS CALLS             threads that make calls; sizes count up on each thread
  *   spin THREADS                    threads that make calls until the process ends
+ *   records COUNT                   records and texts from this program's calloc and strdup
  *   flush                           sends what is queued
  *   exit                            leaves main
  */
@@ -72,6 +73,32 @@ static void nestedCalls(char** words) {
     end(server);
 }
 
+/* Made here and released there, small ones and large, and then the library makes calls of its own
+ * in what it may have kept. */
+static void ownRecords(char** words) {
+    static const size_t kLengths[] = {0, 1, 7, 8, 15, 16, 63, 255, 256, 319, 1000, 1023, 1024};
+    static const size_t kCount = sizeof kLengths / sizeof *kLengths;
+    char text[1025];
+    const int count = atoi(words[1]);
+    for (int i = 0; i < count; ++i) {
+        memset(text, 'x', sizeof text);
+        text[kLengths[(size_t)i % kCount]] = '\0';
+        ServerInteractionStruct* call = calloc(1, sizeof *call);
+        call->interaction = calloc(1, sizeof *call->interaction);
+        InteractionStubStruct* stub = call->interaction->stub = calloc(1, sizeof *stub);
+        SiteStubStruct* site = stub->site = calloc(1, sizeof *site);
+        FlowStubStruct* flow = site->flow = calloc(1, sizeof *flow);
+        stub->locus = strdup(text);
+        site->siteAttr = strdup(text);
+        flow->flowAttr1 = strdup(text);
+        freeServerInteraction(call);
+        call = begin(text, text);
+        siSetGroupName(call, "group");
+        siSetServiceName(call, text);
+        end(call);
+    }
+}
+
 struct Work {
     int thread;
     int calls;
@@ -126,6 +153,8 @@ static int obey(char** words) {
         end(begin(words[1], words[2]));
     } else if (strcmp(command, "nest") == 0) {
         nestedCalls(words);
+    } else if (strcmp(command, "records") == 0) {
+        ownRecords(words);
     } else if (strcmp(command, "open") == 0) {
         ourOpenCall = begin(words[1], words[2]);
         qz_serverAnalyzed(ourOpenCall);

@@ -1,15 +1,22 @@
 #include <pthread.h>
 
+#include <atomic>
 #include <chrono>
 #include <future>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
 #include <thread>
 #include <vector>
 
 #include "harness/CallTest.h"
 #include "harness/thrown.h"
+#include "interaction/FlowIDWanted.h"
 #include "interaction/IntCorrMap.h"
 #include "interaction/IntCorrTlsStack.h"
 #include "interaction/IntCorrelator.h"
+#include "interaction/IntCorrelatorImp.h"
 #include "interaction/ThreadStacks.h"
 
 namespace {
@@ -152,6 +159,52 @@ TEST_F(Correlation, CallsWorkWhileTheThreadEnds) {
     pthread_key_delete(key);
 }
 
+// Calls that overlap without end: there is always a newer one above that which goes.
+TEST_F(Correlation, PlacesServeAgainWhereverACallGoes) {
+    std::set<StackEntry*> places;
+    auto newest = newServer();
+    for (int i = 0; i < 50; ++i) {
+        Server older = std::exchange(newest, newServer());
+        places.insert(newest->itsFirstEntry);
+        older->end();
+        if (i % 2 == 0)
+            older.reset();
+        else
+            onOtherThread([&] { older.reset(); });
+        EXPECT_EQ(onThread(), newest.get());
+    }
+    EXPECT_LE(places.size(), 3u);
+}
+
+// Whoever destroys a call only clears its places; the thread takes them off when it comes by.
+TEST_F(Correlation, CallsGoFromAnotherThreadWhileTheirOwnGoesOn) {
+    constexpr int kCalls = 2000;
+    std::promise<void> isOver;
+    std::atomic<ServerInteraction*> handed{nullptr};
+    std::thread other([&] {
+        for (int i = 0; i < kCalls;)
+            if (ServerInteraction* server = handed.exchange(nullptr)) {
+                delete server;
+                ++i;
+            }
+    });
+    auto outer = newServer();
+    for (int i = 0; i < kCalls; ++i) {
+        Server left = newServer();
+        if (i % 2 == 0) left->storeLocalKey("left");
+        ServerInteraction* none = nullptr;
+        while (!handed.compare_exchange_weak(none, left.get())) none = nullptr;
+        static_cast<void>(left.release());
+        auto inner = newServer();
+        EXPECT_EQ(onThread(), inner.get());
+        inner->end();
+    }
+    other.join();
+    EXPECT_EQ(onThread(), outer.get());
+    outer->end();
+    EXPECT_EQ(onThread(), nullptr);
+}
+
 TEST_F(Correlation, InteractionsGoWhileThreadsEnd) {
     constexpr int kThreads = 4;
     constexpr int kRounds = 50;
@@ -237,21 +290,84 @@ TEST_F(IntCorrTlsStackTest, AnswersForTheCallingThreadOnly) {
 
 TEST_F(IntCorrTlsStackTest, AnObjectThatGoesTakesItsEntriesFromAllThreads) {
     const Server server(new ServerInteraction);
-    auto stack = std::make_unique<IntCorrTlsStack>();
-    stack->putServer(server.get(), nullptr);
-    std::promise<void> isPut;
-    std::promise<void> isGone;
-    std::thread other([&] {
+    std::optional<IntCorrTlsStack> stack;
+    const auto put = [&] {
         stack->putServer(server.get(), nullptr);
+        stack->putServer(nullptr, nullptr);
+        stack->putServer(server.get(), nullptr);
+    };
+    const auto isBare = [&] {
+        return stack->getServer(nullptr) == nullptr && !stack->hasInteraction(server.get());
+    };
+    stack.emplace();
+    put();
+    std::promise<void> isPut;
+    std::promise<void> isReplaced;
+    std::thread other([&] {
+        put();
         isPut.set_value();
-        EXPECT_EQ(isGone.get_future().wait_for(kLimit), std::future_status::ready);
+        EXPECT_EQ(isReplaced.get_future().wait_for(kLimit), std::future_status::ready);
+        EXPECT_TRUE(isBare());
     });
     EXPECT_EQ(isPut.get_future().wait_for(kLimit), std::future_status::ready);
-    EXPECT_EQ(server->itsStackEntries, 2);
-    stack.reset();
-    EXPECT_EQ(server->itsStackEntries, 0);
-    isGone.set_value();
+    stack.emplace();  // At the same address.
+    isReplaced.set_value();
     other.join();
+    EXPECT_TRUE(isBare());
+}
+
+// The owner's entries are taken while their thread uses the same places, and the same addresses,
+// for another owner.
+TEST_F(IntCorrTlsStackTest, AnObjectThatGoesTakesNothingOfAnother) {
+    constexpr int kRounds = 50;
+    constexpr int kCalls = 50;
+    IntCorrTlsStack stays;
+    std::vector<std::optional<ServerInteraction>> servers(kCalls);
+    std::set<StackEntry*> places;
+    for (int round = 0; round < kRounds; ++round) {
+        auto goes = std::make_unique<IntCorrTlsStack>();
+        for (auto& server : servers) goes->putServer(&server.emplace(), nullptr);
+        goes->putServer(nullptr, nullptr);
+        std::thread other([&] { goes.reset(); });
+        for (auto& server : servers) stays.putServer(&server.emplace(), nullptr);
+        other.join();
+        for (int i = kCalls - 1; i >= 0; --i) {
+            places.insert(servers[i]->itsFirstEntry);
+            ASSERT_EQ(stays.popInteraction(&*servers[i], true), &*servers[i]);
+        }
+        ASSERT_EQ(stays.getServer(nullptr), nullptr);
+    }
+    EXPECT_LE(places.size(), 2u * (kCalls + 1)) << "places that lost their owner serve again";
+}
+
+// A correlator of the host's own is asked whenever it stands in ours' place.
+TEST_F(Correlation, AHostsCorrelatorIsNotPassedBy) {
+    struct Hosts : IntCorrelatorImp {
+        std::string asked;
+
+        Interaction* getServer(const Util::String& key) override {
+            asked += "get ";
+            return IntCorrelatorImp::getServer(key);
+        }
+        void putServer(Interaction* interaction, const Util::String& key) override {
+            asked += interaction->itsFlowID.empty() ? "put " : "put with id ";
+            IntCorrelatorImp::putServer(interaction, key);
+        }
+        void dropValue(Interaction* interaction, bool keepKeys) override {
+            asked += "drop ";
+            IntCorrelatorImp::dropValue(interaction, keepKeys);
+        }
+    };
+    Hosts hosts;
+    IIntCorrelator* ours = IntCorrelator::instance();
+    IntCorrelator::ourBaseImpl = &hosts;
+    const FlowIDWanted wanted;
+    const std::unique_ptr<Interaction> server(Interaction::begin(nullptr, true, 0, false));
+    server->itsGroupName = "shop";
+    server->end();
+    IntCorrelator::ourBaseImpl = ours;
+    EXPECT_EQ(hosts.asked, "get put drop ");
+    reports();
 }
 
 }  // namespace

@@ -265,6 +265,33 @@ TEST(AgentEvent, TheUpstreamOperationShowsOnlyWhereItIsAnother) {
     }
 }
 
+// Also where it is a class that somebody else derived.
+TEST(AgentEvent, AnInteractionIsAskedForWhatItCanAnswerInItsOwnWay) {
+    struct Answering : Server {
+        Util::String& getFlowID() override { return itsAnswers[0]; }
+        Util::String& getInteractionID() override { return itsAnswers[1]; }
+        const Util::String& getUpstreamInteractionID() override { return itsAnswers[2]; }
+        Util::String& getUrl() override { return itsAnswers[3]; }
+        Util::String& getOpName() override { return itsAnswers[4]; }
+        Util::String& getPeerAddr() override { return itsAnswers[5]; }
+        Util::String& _getPathID(bool) override { return itsAnswers[6]; }
+        Util::String& _getPPathID() override { return itsAnswers[7]; }
+        Util::String itsAnswers[8] = {"flow", "id", "up", "url", "op", "peer", "path", "pPath"};
+    };
+    Answering call;
+    call.itsFlowID = call.itsUrl = "not asked for";
+    const std::string event = call.event();
+    std::size_t at = 0;
+    for (const Util::String& answer : call.itsAnswers)
+        EXPECT_NE(at = event.find(text(answer.c_str()), at), std::string::npos) << answer.c_str();
+    EXPECT_EQ(event.find("not asked for"), std::string::npos);
+
+    ServerInteraction plain;
+    plain.itIsLoaded = true;
+    AgentEvent(&plain, false, true).serialize().releaseContent();
+    EXPECT_FALSE(plain.itsFlowID.empty() || plain.itsInteractionID.empty()) << "made for the event";
+}
+
 TEST(AgentEvent, OnlyAClientMakesAPathForItsEvent) {
     Server server;
     Client client;

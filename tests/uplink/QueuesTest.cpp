@@ -37,15 +37,25 @@ std::string eventOf(std::size_t length, char fill = 'e') {
     return std::string(length, fill);
 }
 
-/// What the agent gets of an event of fewer than 127 bytes without a payload.
-std::string message(const std::string& event) {
-    return std::string("\1") + static_cast<char>(event.size() + 1) + event + std::string(2, '\0');
+std::string block(const std::string& bytes) {
+    std::string length;
+    std::size_t rest = bytes.size() + 1;
+    for (; rest > 127; rest /= 128) length += static_cast<char>(rest % 128 + 128);
+    return length + static_cast<char>(rest) + bytes + '\0';
 }
 
-void queue(TestUplink& uplink, const std::string& event, AsyncBinaryUplink::SocketQueue* queue) {
+/// What the agent gets of an event.
+std::string message(const std::string& event, const std::string& payload = "") {
+    std::string result = '\1' + block(event);
+    if (!payload.empty()) result += std::string("\1\0\11text/xml\0\0", 13) + block(payload);
+    return result + '\0';
+}
+
+void queue(TestUplink& uplink, const std::string& event, AsyncBinaryUplink::SocketQueue* queue,
+           const std::string& payload = "") {
     const Bytes bytes(event);
-    uplink.queueEvent(queue, 1, bytes, true, Util::ByteArray(),
-                      AgentEvent::DEFAULT_PAYLOAD_CONTENT_TYPE);
+    const Bytes beside(payload);
+    uplink.queueEvent(queue, 1, bytes, true, beside, AgentEvent::DEFAULT_PAYLOAD_CONTENT_TYPE);
 }
 
 void send(TestUplink& uplink, const char* event) {
@@ -148,7 +158,7 @@ TEST_F(Queues, OldEventsAreDue) {
     queue(uplink, "event", &first);
     for (const auto& row : rows) {
         {
-            Util::MutexGuard guard(first.itsDataLock);
+            Util::LatchGuard guard(first.itsDataLock);
             first.itsFirstEventTime = row.first;
         }
         EXPECT_EQ(TestUplink::isDue(&first, row.now, row.limit), row.expected) << row.why;
@@ -159,10 +169,7 @@ TEST_F(Queues, AFlushSendsWhatIsQueuedAndNothingElse) {
     uplink.flushAllQueues();
     EXPECT_EQ(uplink.itsOpenSockets, 0) << "an idle system acquires no socket";
 
-    const Bytes event("event");
-    const Bytes payload("pay");
-    uplink.queueEvent(&uplink.itsQueues[0], 1, event, true, payload,
-                      AgentEvent::DEFAULT_PAYLOAD_CONTENT_TYPE);
+    queue(uplink, "event", &uplink.itsQueues[0], "pay");
     queue(uplink, "second", &uplink.itsQueues[0]);
     queue(uplink, "other queue", &uplink.itsQueues[1]);
     EXPECT_EQ(TestUplink::used(uplink.itsQueues[0]), 5 + 3 + 9 + 6 + 8);
@@ -176,6 +183,25 @@ TEST_F(Queues, AFlushSendsWhatIsQueuedAndNothingElse) {
               (std::vector<std::string>{withPayload, message("second"), message("other queue")}));
     EXPECT_EQ(uplink.itsOpenSockets, 1);
     EXPECT_EQ(uplink.stateOf(0), TestUplink::kIdle);
+}
+
+// In messages that fill a send, that are longer than any, and that are longer than their records.
+TEST_F(Queues, ALongQueueGoesOutInOrderWhateverItsMessagesTake) {
+    constexpr std::size_t kSizes[] = {1, 126, 127, 300, 16382, 16383, 40000, 70000};
+    TestUplink large(1 << 21, 1, 1);
+    std::vector<std::string> expected;
+    for (const std::size_t event : kSizes)
+        for (const std::size_t payload : {kSizes[expected.size() % 8], std::size_t{0}}) {
+            queue(large, eventOf(event), &large.itsQueues[0], eventOf(payload, 'p'));
+            expected.push_back(message(eventOf(event), eventOf(payload, 'p')));
+        }
+    for (int i = 0; i < 200; ++i) {
+        queue(large, "e", &large.itsQueues[0], "p");
+        expected.push_back(message("e", "p"));
+    }
+    EXPECT_EQ(agent.waitForMessages(0).size(), 0U) << "all of it fits the queue";
+    large.flushAllQueues();
+    EXPECT_TRUE(agent.waitForMessages(expected.size()) == expected);
 }
 
 TEST_F(Queues, OnlyWhatNoLongerFitsGoesOut) {

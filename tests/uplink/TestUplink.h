@@ -31,7 +31,7 @@ public:
         return itsWaiters;
     }
     static int used(SocketQueue& queue) {
-        Util::MutexGuard guard(queue.itsDataLock);
+        Util::LatchGuard guard(queue.itsDataLock);
         return queue.itsUsed;
     }
 

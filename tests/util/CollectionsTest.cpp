@@ -96,6 +96,18 @@ TEST(Map, NullIsAKeyOfItsOwn) {
     EXPECT_TRUE(map.hasKey(String::NIL) && !map.hasKey(String::BLANK));
 }
 
+TEST(Map, EveryCharacterOfAKeyCounts) {
+    for (std::size_t length = 0; length < 70; ++length) {
+        const std::string key(length, 'k');
+        EXPECT_NE(hashKey((key + 'k').c_str()), hashKey(key.c_str())) << length;
+        for (std::size_t i = 0; i < length; ++i) {
+            std::string other = key;
+            other[i] = 'o';
+            EXPECT_NE(hashKey(other.c_str()), hashKey(key.c_str())) << i << " of " << length;
+        }
+    }
+}
+
 TEST(Map, HashesSignedCharacters) {
     const Map<int> map;
     EXPECT_EQ(map.computeKey("ab", 1 << 30), (97UL * 65599 + 98) % (1UL << 30));

@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "util/qzevent.h"
 #include "util/qzmutex.h"
@@ -55,6 +56,28 @@ TEST(QzMutex, EveryLockOwesOneUnlockHoweverAGuardEnds) {
     }();
     EXPECT_FALSE(isFree(lock)) << "a guard that was unlocked early must not unlock again";
     [&]() QZ_NO_THREAD_SAFETY_ANALYSIS { lock.unlock(); }();
+}
+
+TEST(QzLatch, OnlyOneThreadIsInsideAndNobodySleepsForEver) {
+    constexpr int kThreads = 4;
+    constexpr int kEach = 20000;
+    qzlatch latch;
+    int inside = 0;
+    int passed = 0;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t)
+        threads.emplace_back([&] {
+            for (int i = 0; i < kEach; ++i) {
+                const LatchGuard guard(latch);
+                EXPECT_EQ(++inside, 1);
+                // Some hold it for longer than others look.
+                if (i % 64 == 0) std::this_thread::yield();
+                --inside;
+                ++passed;
+            }
+        });
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(passed, kThreads * kEach);
 }
 
 TEST(QzWait, TheDeadlineDoesNotCarryIntoTheSeconds) {

@@ -1,0 +1,33 @@
+#include "util/qzmutex.h"
+
+#include <linux/futex.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace Quenvale::Interceptor::SDK::Util {
+
+namespace {
+
+// Neither result matters: whoever wakes looks again. errno is the host's.
+void futex(std::atomic<int>& word, int operation, int value) {
+    static_assert(sizeof word == sizeof(int) && std::atomic<int>::is_always_lock_free);
+    const int kept = errno;
+    syscall(SYS_futex, reinterpret_cast<int*>(&word), operation, value, nullptr, nullptr, 0);
+    errno = kept;
+}
+
+}  // namespace
+
+// Who has slept can't know whether others still do, so that the latch stays awaited with it.
+void qzlatch::wait() {
+    while (itsState.exchange(kAwaited, std::memory_order_acquire) != kFree)
+        futex(itsState, FUTEX_WAIT_PRIVATE, kAwaited);
+}
+
+void qzlatch::wakeOne() {
+    futex(itsState, FUTEX_WAKE_PRIVATE, 1);
+}
+
+}  // namespace Quenvale::Interceptor::SDK::Util
