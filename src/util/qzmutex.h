@@ -71,6 +71,7 @@ public:
     qzlatch(const qzlatch&) = delete;
     qzlatch& operator=(const qzlatch&) = delete;
 
+    /// Waits for it.
     void lock() QZ_ACQUIRE() {
         int found = kFree;
         if (__builtin_expect(
@@ -79,6 +80,7 @@ public:
                 0))
             wait();
     }
+    /// By the thread that holds it.
     void unlock() QZ_RELEASE() {
         if (__builtin_expect(itsState.exchange(kFree, std::memory_order_release) == kAwaited, 0))
             wakeOne();
