@@ -22,12 +22,13 @@ struct DecisionCache::Text {
     Text(const Util::String& of, std::uint64_t start)
         : text(of.c_str()), length(of.length()), hash(Util::hashText(text, length, start)) {}
 
-    bool isIn(const Util::String& copy, std::size_t copied) const {
-        if (length != copied) return false;
+    // A copy that found no memory is NIL, and then nothing is in it.
+    bool isIn(const Util::String& copy) const {
+        if (length != copy.length()) return false;
         if (length == 0) return (text == nullptr) == (copy.c_str() == nullptr);
         return std::memcmp(text, copy.c_str(), length) == 0;
     }
-    Util::String copy() const { return {text, static_cast<unsigned int>(length)}; }
+    Util::String copy() const { return Util::String::ofLength(text, length); }
 
     const char* const text;
     const std::size_t length;
@@ -49,10 +50,9 @@ struct DecisionCache::Link : Util::Pooled {
     const std::uint64_t hash;
 };
 
-// A URL: its place in the order of use, and what was decided for it. Here and below the length is
-// the copy's: where there was no memory for that, nothing finds it.
+// A URL: its place in the order of use, and what was decided for it.
 struct DecisionCache::Site : Link {
-    explicit Site(const Text& text) : Link(text.hash), url(text.copy()), length(url.length()) {}
+    explicit Site(const Text& text) : Link(text.hash), url(text.copy()) {}
     ~Site();
     Site(const Site&) = delete;
     Site& operator=(const Site&) = delete;
@@ -61,17 +61,15 @@ struct DecisionCache::Site : Link {
     Site* older = nullptr;
     Decision* decisions = nullptr;
     const Util::String url;
-    const std::size_t length;
 };
 
 struct DecisionCache::Decision : Link {
     Decision(const Text& name, const EntryRef& decided)
-        : Link(name.hash), operation(name.copy()), length(operation.length()), entry(decided) {}
+        : Link(name.hash), operation(name.copy()), entry(decided) {}
 
     Site* site = nullptr;
     Decision* nextOfSite = nullptr;
     const Util::String operation;
-    const std::size_t length;
     EntryRef entry;
 };
 
@@ -132,8 +130,7 @@ inline DecisionCache::Decision* DecisionCache::search(const Key& key) {
          link = link->next) {
         if (link->hash != key.operation.hash) continue;
         auto* decision = static_cast<Decision*>(link);
-        if (key.operation.isIn(decision->operation, decision->length) &&
-            key.url.isIn(decision->site->url, decision->site->length))
+        if (key.operation.isIn(decision->operation) && key.url.isIn(decision->site->url))
             return decision;
     }
     return nullptr;
@@ -143,7 +140,7 @@ DecisionCache::Site* DecisionCache::use(const Text& url, std::unique_ptr<Site>& 
                                         std::unique_ptr<Site>& dropped) {
     for (Link* link = itsSites.chainOf(url.hash); link != nullptr; link = link->next) {
         auto* site = static_cast<Site*>(link);
-        if (!url.isIn(site->url, site->length)) continue;
+        if (!url.isIn(site->url)) continue;
         makeNewest(site);
         return site;
     }

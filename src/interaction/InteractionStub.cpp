@@ -2,7 +2,6 @@
 
 #include <cctype>
 #include <cstdarg>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
