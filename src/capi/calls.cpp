@@ -1,7 +1,6 @@
 // How an interceptor tells the system about a call. The server and the client half are one body
 // for both kinds of record: Kind says which object belongs to which record.
 #include "capi/records.h"
-#include "interaction/FlowIDWanted.h"
 #include "uplink/Uplink.h"
 
 namespace Quenvale::Interceptor::SDK {
@@ -10,7 +9,6 @@ namespace {
 
 struct Server {
     using Record = ServerInteractionStruct;
-    using IDs = FlowIDWanted;  // The record shows the flow's id.
     static constexpr bool kIsServer = true;
     static Interaction* create() { return ServerInteraction::create(Util::String::NIL); }
     static Record* from(Interaction* object, Record* record) {
@@ -23,7 +21,6 @@ struct Server {
 
 struct Client {
     using Record = ClientInteractionStruct;
-    struct IDs {};  // A client has its ids from the start.
     static constexpr bool kIsServer = false;
     static Interaction* create() {
         return ClientInteraction::create(Util::String::NIL, Util::String::NIL, false, false);
@@ -47,19 +44,13 @@ typename Kind::Record* newRecord(Interaction* object) {
 template <class Kind>
 typename Kind::Record* beginCall() {
     const ErrnoKeeper keeper;
-    return newRecord<Kind>([] {
-        [[maybe_unused]] const typename Kind::IDs ids;
-        return Interaction::begin(Util::String::NIL, Kind::kIsServer, 0, false);
-    }());
+    return newRecord<Kind>(Interaction::begin(Util::String::NIL, Kind::kIsServer, 0, false));
 }
 
 template <class Kind>
 typename Kind::Record* createCall() {
     const ErrnoKeeper keeper;
-    return newRecord<Kind>([] {
-        [[maybe_unused]] const typename Kind::IDs ids;
-        return Kind::create();
-    }());
+    return newRecord<Kind>(Kind::create());
 }
 
 template <class Kind>

@@ -18,9 +18,6 @@ public:
     /// Takes note of the threads' stacks that the library has made; null for none.
     static void setStacks(IntCorrTlsStack* stacks) { ourStacks = stacks; }
 
-    /// Whether a call with the key goes the short way, so that no code of a host's sees its making.
-    static bool isOpen(const Util::String& key) { return key.empty() && stacks() != nullptr; }
-
     /// As getForBegin() of the process's correlator.
     static Interaction* begin(const Util::String& key, bool isServer, int reuseMode);
     /// What a begin does with what it has found: the second half of getForBegin().

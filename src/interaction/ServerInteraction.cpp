@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "config/InterceptorConfig.h"
-#include "interaction/FlowIDWanted.h"
 #include "interaction/OwnCorrelator.h"
 #include "util/guid.h"
 #include "util/identifiers.h"
@@ -33,14 +32,9 @@ Util::qzlatch ourPublishers;
 
 }  // namespace
 
-__thread bool FlowIDWanted::ourIsWanted = false;
-
 ServerInteraction* ServerInteraction::create(const Util::String& key) {
     std::unique_ptr<ServerInteraction> server(new ServerInteraction);
-    if (FlowIDWanted::isWanted() && OwnCorrelator::isOpen(key))
-        Util::newGuids(server->itsParentID, server->itsFlowID);
-    else
-        server->itsParentID = Util::newGuid();
+    server->itsParentID = Util::newGuid();
     OwnCorrelator::putNew(server.get(), key, true);
     return server.release();
 }

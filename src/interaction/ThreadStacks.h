@@ -121,8 +121,8 @@ private:
     void takeOffIf(Condition isMeant);
     void addIdle();
 
-    static __thread ThreadStacks* ourStacks __attribute__((tls_model("initial-exec")));
-    static __thread bool ourThreadEnds __attribute__((tls_model("initial-exec")));
+    static __thread ThreadStacks* ourStacks;
+    static __thread bool ourThreadEnds;
 
     /// @{
     /// The thread's own, from when it takes the stacks over until it leaves them.

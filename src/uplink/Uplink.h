@@ -21,7 +21,7 @@ public:
     /// Reports the stage that the interaction is in.
     virtual void notifyAgent(Interaction* interaction) = 0;
     /// A new attachment that shares the channel of the given one.
-    virtual UplinkData* copyUplinkData(UplinkData* data) { return data->copy(); }
+    virtual UplinkData* copyUplinkData(UplinkData* data);
     /// Sends what is queued, now, on the calling thread.
     virtual void flushAllQueues() = 0;
     /// Stops the background work.

@@ -69,10 +69,8 @@ struct BlockCache {
     bool isAsked;  // Whether it may open was found out.
 };
 
-// Zero-initialised, so that a thread's first use needs no guard. It lives in the static TLS area:
-// one load reaches it, and nothing allocates on the way.
-extern __thread BlockCache ourBlocks
-    __attribute__((tls_model("initial-exec"), visibility("hidden")));
+// Zero-initialised, so that a thread's first use needs no guard.
+extern __thread BlockCache ourBlocks __attribute__((visibility("hidden")));
 
 /// A block for so many bytes if the cache has one of a fine class, else null.
 inline void* popBlock(std::size_t bytes) {

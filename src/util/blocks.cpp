@@ -83,9 +83,8 @@ void makeKey() {
 }
 
 // Without a hook at its thread's end a cache would leak, so such a thread gets none.
-bool isOpen() {
+__attribute__((noinline, cold)) bool open() {
     BlockCache& cache = ourBlocks;
-    if (__builtin_expect(cache.isOpen, 1)) return true;
     if (cache.isAsked) return false;
     cache.isAsked = true;
     pthread_once(&ourKeyOnce, makeKey);
@@ -94,6 +93,10 @@ bool isOpen() {
         cache.classes[i].room = keptOf(sizeOf(i));
     cache.isOpen = true;
     return true;
+}
+
+inline bool isOpen() {
+    return __builtin_expect(ourBlocks.isOpen, 1) || open();
 }
 
 }  // namespace

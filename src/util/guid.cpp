@@ -48,12 +48,11 @@ __attribute__((noinline, cold)) void passWrap() {
     release(_getBase());
 }
 
-// The first of so many serials that follow each other.
-std::uint32_t takeSerials(std::uint32_t count) {
+std::uint32_t nextSerial() {
     // Nothing but the number itself has to be agreed on between threads, so no lock.
-    const std::uint32_t first = counter.fetch_add(count, std::memory_order_relaxed);
-    if (__builtin_expect(first > UINT32_MAX - count, 0)) passWrap();
-    return first;
+    const std::uint32_t serial = counter.fetch_add(1, std::memory_order_relaxed);
+    if (__builtin_expect(serial == UINT32_MAX, 0)) passWrap();
+    return serial;
 }
 
 // The serial's characters and the padding, as the one number that the store below writes: ids are
@@ -66,31 +65,21 @@ std::uint64_t serialText(std::uint32_t serial, std::integer_sequence<int, I...>)
             (static_cast<std::uint64_t>(base64_chars[bits >> (30 - 6 * I) & 63]) << (8 * I)));
 }
 
+}  // namespace
+
 // The base fills 16 characters to the bit, and they are the same in every id.
-inline String guidOf(std::uint32_t serial) {
+String newGuid() {
     char* text = String::room(kGuidText);
     if (text == nullptr) return {};
     copyBaseText(text);
-    const std::uint64_t tail = serialText(serial, std::make_integer_sequence<int, 6>());
+    const std::uint64_t tail = serialText(nextSerial(), std::make_integer_sequence<int, 6>());
     std::memcpy(text + kBaseText, &tail, sizeof tail);
     return String::adopt(text);
 }
 
-}  // namespace
-
-String newGuid() {
-    return guidOf(takeSerials(1));
-}
-
-void newGuids(String& first, String& second) {
-    const std::uint32_t serial = takeSerials(2);
-    first = guidOf(serial);
-    second = guidOf(serial + 1);
-}
-
 void getBytes(unsigned char* bytes) {
     copyBase(bytes);
-    putLowByteFirst(bytes + kBaseBytes, takeSerials(1), kCounterBytes);
+    putLowByteFirst(bytes + kBaseBytes, nextSerial(), kCounterBytes);
 }
 
 unsigned char* _getBase() {

@@ -26,9 +26,6 @@ extern qzmutex& itsLock;                    // Held while a base is made after l
 /// A new id as text.
 QZ_API String newGuid();
 
-/// Two new ids, the second made after the first, for the work of agreeing on one.
-void newGuids(String& first, String& second);
-
 /// Stores a new id in 16 bytes.
 QZ_API void getBytes(unsigned char* bytes);
 

@@ -12,7 +12,6 @@
 
 #include "harness/CallTest.h"
 #include "harness/thrown.h"
-#include "interaction/FlowIDWanted.h"
 #include "interaction/IntCorrMap.h"
 #include "interaction/IntCorrTlsStack.h"
 #include "interaction/IntCorrelator.h"
@@ -350,7 +349,7 @@ TEST_F(Correlation, AHostsCorrelatorIsNotPassedBy) {
             return IntCorrelatorImp::getServer(key);
         }
         void putServer(Interaction* interaction, const Util::String& key) override {
-            asked += interaction->itsFlowID.empty() ? "put " : "put with id ";
+            asked += "put ";
             IntCorrelatorImp::putServer(interaction, key);
         }
         void dropValue(Interaction* interaction, bool keepKeys) override {
@@ -361,7 +360,6 @@ TEST_F(Correlation, AHostsCorrelatorIsNotPassedBy) {
     Hosts hosts;
     IIntCorrelator* ours = IntCorrelator::instance();
     IntCorrelator::ourBaseImpl = &hosts;
-    const FlowIDWanted wanted;
     const std::unique_ptr<Interaction> server(Interaction::begin(nullptr, true, 0, false));
     server->itsGroupName = "shop";
     server->end();

@@ -5,7 +5,6 @@
 #include <thread>
 
 #include "harness/CallTest.h"
-#include "interaction/FlowIDWanted.h"
 #include "util/Vector.h"
 #include "util/guid.h"
 #include "util/identifiers.h"
@@ -37,21 +36,6 @@ TEST_F(ServerInteractionTest, IdsAreMadeWhenTheyAreReadAndMissing) {
         EXPECT_EQ(server->getFlowID() + server->getInteractionID(), flowID + id);
         EXPECT_EQ(Util::counter - before, isMade ? 2u : 0u);
     }
-}
-
-TEST_F(ServerInteractionTest, AFlowIdThatIsReadAtOnceIsMadeWithTheObject) {
-    newServer();  // The correlator is there from now on.
-    Util::counter = 7;
-    {
-        const FlowIDWanted wanted;
-        auto server = newServer();
-        EXPECT_EQ(Util::counter, 9u);
-        Util::counter = 7;
-        EXPECT_EQ(server->itsParentID, Util::newGuid());
-        EXPECT_EQ(server->getFlowID(), Util::newGuid());
-        EXPECT_EQ(server->itsInteractionID, String());
-    }
-    EXPECT_EQ(newServer()->itsFlowID, String());
 }
 
 TEST_F(ServerInteractionTest, TwoThreadsSeeOneId) {
