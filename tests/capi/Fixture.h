@@ -1,11 +1,5 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <string>
-#include <thread>
-#include <vector>
-
 #include "capi/QZInt-c.h"
 #include "capi/records.h"
 #include "harness/RecordingUplink.h"

@@ -7,7 +7,7 @@ using namespace Quenvale::Interceptor::SDK;
 
 struct Propagation : harness::RecordTest {};
 
-TEST_F(Propagation, AHeaderJoinsTwoHops) {
+TEST_F(Propagation, AHeaderJoinsTwoHopsAndAJoinTakesTheIdentityToo) {
     ServerInteractionStruct* front = server();
     ClientInteractionStruct* client = qz_beginClient();
     ciSetUrl(client, "http://back.example/db/rows");
@@ -27,6 +27,13 @@ TEST_F(Propagation, AHeaderJoinsTwoHops) {
         end(back);
     }).join();
     qz_free(header);
+    ServerInteractionStruct* joined = qz_createServer();
+    siSetGroupName(joined, "g");
+    qz_serverJoin(joined, front->interaction);
+    EXPECT_STREQ(flow(joined)->flowID, flow(front)->flowID);
+    EXPECT_TRUE(objectOf(joined)->getInteractionID() == objectOf(front)->getInteractionID());
+    qz_serverJoin(joined, nullptr);
+    end(joined);
     qz_endClient(client);
     EXPECT_EQ(qz_writeHeader(client, 0), nullptr);
     freeClientInteraction(client);
@@ -61,18 +68,6 @@ TEST_F(Propagation, ASplitGoesOnElsewhereAndReportsNothing) {
     EXPECT_NE(block, nullptr) << "who needs no size gets the block all the same";
     qz_free(block);
     end(record);
-}
-
-TEST_F(Propagation, AJoinTakesFlowAndIdentity) {
-    ServerInteractionStruct* first = server();
-    ServerInteractionStruct* second = qz_createServer();
-    siSetGroupName(second, "g");
-    qz_serverJoin(second, first->interaction);
-    EXPECT_STREQ(flow(second)->flowID, flow(first)->flowID);
-    EXPECT_TRUE(objectOf(second)->getInteractionID() == objectOf(first)->getInteractionID());
-    qz_serverJoin(second, nullptr);
-    end(second);
-    end(first);
 }
 
 TEST_F(Propagation, ASiteTravelsAsOneBlock) {

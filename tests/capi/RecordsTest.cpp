@@ -1,13 +1,11 @@
 #include "capi/records.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
+#include "harness/test.h"
 
 namespace Quenvale::Interceptor::SDK {
 namespace {
 
-TEST(Records, AssignKeepsEqualTextsAndStoresNoEmptyOne) {
+TEST(Records, EqualTextsStayEmptyOnesAreNoneAndAStandAloneSiteOwnsItsObject) {
     char* text = nullptr;
     assignStr(&text, "abc");
     const char* first = text;
@@ -17,9 +15,7 @@ TEST(Records, AssignKeepsEqualTextsAndStoresNoEmptyOne) {
     EXPECT_EQ(text, nullptr);
     assignStr(&text, Util::String::NIL);
     EXPECT_EQ(text, nullptr);
-}
 
-TEST(Records, AStandAloneSiteOwnsItsObject) {
     SiteStubStruct* record = newSiteStub();
     record->groupID = qz_strdup("a group id that is far longer than the 32 characters allowed");
     SiteStub* object = toSiteStub(record, nullptr);

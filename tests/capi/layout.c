@@ -9,60 +9,35 @@
 #define RECORD(type, bytes) CHECK(sizeof_##type, sizeof(type) == (bytes))
 #define FIELD(type, field, at, bytes) \
     CHECK(type##_##field, offsetof(type, field) == (at) && sizeof(((type*)0)->field) == (bytes))
+/* Fields of one width, one behind the other. */
+#define TWO(type, bytes, at, a, b) \
+    FIELD(type, a, at, bytes);     \
+    FIELD(type, b, (at) + (bytes), bytes)
+#define FOUR(type, bytes, at, a, b, c, d) \
+    TWO(type, bytes, at, a, b);           \
+    TWO(type, bytes, (at) + 2 * (bytes), c, d)
 
 RECORD(FlowStubStruct, 64);
-FIELD(FlowStubStruct, flowID, 0, 8);
-FIELD(FlowStubStruct, parentID, 8, 8);
-FIELD(FlowStubStruct, flowAttr1, 16, 8);
-FIELD(FlowStubStruct, flowAttr2, 24, 8);
-FIELD(FlowStubStruct, subNode, 32, 8);
-FIELD(FlowStubStruct, pathID, 40, 8);
-FIELD(FlowStubStruct, pPathID, 48, 8);
-FIELD(FlowStubStruct, impl, 56, 8);
+FOUR(FlowStubStruct, 8, 0, flowID, parentID, flowAttr1, flowAttr2);
+FOUR(FlowStubStruct, 8, 32, subNode, pathID, pPathID, impl);
 
 RECORD(SiteStubStruct, 112);
-FIELD(SiteStubStruct, opName, 0, 8);
-FIELD(SiteStubStruct, opID, 8, 8);
-FIELD(SiteStubStruct, groupName, 16, 8);
-FIELD(SiteStubStruct, groupID, 24, 8);
-FIELD(SiteStubStruct, serviceName, 32, 8);
-FIELD(SiteStubStruct, serviceID, 40, 8);
-FIELD(SiteStubStruct, url, 48, 8);
-FIELD(SiteStubStruct, siteAttr, 56, 8);
-FIELD(SiteStubStruct, peerAddr, 64, 8);
-FIELD(SiteStubStruct, localAddr, 72, 8);
+FOUR(SiteStubStruct, 8, 0, opName, opID, groupName, groupID);
+FOUR(SiteStubStruct, 8, 32, serviceName, serviceID, url, siteAttr);
+TWO(SiteStubStruct, 8, 64, peerAddr, localAddr);
 FIELD(SiteStubStruct, upstreamOpID, 80, 8);
-FIELD(SiteStubStruct, peerType, 88, 2);
-FIELD(SiteStubStruct, appType, 90, 2);
-FIELD(SiteStubStruct, svcType, 92, 2);
-FIELD(SiteStubStruct, opType, 94, 2);
+FOUR(SiteStubStruct, 2, 88, peerType, appType, svcType, opType);
 FIELD(SiteStubStruct, continuation, 96, 4);
 FIELD(SiteStubStruct, flow, 104, 8);
 
 RECORD(InteractionStubStruct, 176);
-FIELD(InteractionStubStruct, failure, 0, 8);
-FIELD(InteractionStubStruct, securityID, 8, 8);
-FIELD(InteractionStubStruct, securityAttr1, 16, 8);
-FIELD(InteractionStubStruct, securityAttr2, 24, 8);
-FIELD(InteractionStubStruct, locus, 32, 8);
-FIELD(InteractionStubStruct, debugInfo, 40, 8);
-FIELD(InteractionStubStruct, trustSignature, 48, 8);
-FIELD(InteractionStubStruct, callerAddr, 56, 8);
-FIELD(InteractionStubStruct, calleeAddr, 64, 8);
-FIELD(InteractionStubStruct, payloadContentType, 72, 8);
-FIELD(InteractionStubStruct, size, 80, 8);
-FIELD(InteractionStubStruct, sizeB, 88, 8);
-FIELD(InteractionStubStruct, sizeC, 96, 8);
-FIELD(InteractionStubStruct, sizeD, 104, 8);
+FOUR(InteractionStubStruct, 8, 0, failure, securityID, securityAttr1, securityAttr2);
+FOUR(InteractionStubStruct, 8, 32, locus, debugInfo, trustSignature, callerAddr);
+FOUR(InteractionStubStruct, 8, 64, calleeAddr, payloadContentType, size, sizeB);
+TWO(InteractionStubStruct, 8, 96, sizeC, sizeD);
 FIELD(InteractionStubStruct, trustTimestamp, 112, 8);
-FIELD(InteractionStubStruct, state, 120, 4);
-FIELD(InteractionStubStruct, lowPriority, 124, 4);
-FIELD(InteractionStubStruct, internal, 128, 4);
-FIELD(InteractionStubStruct, createFlag, 132, 4);
-FIELD(InteractionStubStruct, eventFlag, 136, 4);
-FIELD(InteractionStubStruct, failed, 140, 4);
-FIELD(InteractionStubStruct, oneWay, 144, 4);
-FIELD(InteractionStubStruct, clientFlag, 148, 4);
+FOUR(InteractionStubStruct, 4, 120, state, lowPriority, internal, createFlag);
+FOUR(InteractionStubStruct, 4, 136, eventFlag, failed, oneWay, clientFlag);
 FIELD(InteractionStubStruct, split, 152, 4);
 FIELD(InteractionStubStruct, reserved, 156, 12);
 FIELD(InteractionStubStruct, site, 168, 8);

@@ -1,19 +1,11 @@
 // qz-agent --check-config tells how the library reads a configuration, from code of its own. Here
 // both read the same texts, most of them damaged.
-
-#include <gtest/gtest.h>
-
 #include <random>
-#include <string>
-#include <vector>
 
 #include "agent/ConfigReading.h"
 #include "config/InterceptorConfig.h"
+#include "config/Pushed.h"
 #include "interaction/ClientInteraction.h"
-#include "io/BufferedInputStream.h"
-#include "io/ByteArrayInputStream.h"
-#include "uplink/AsyncBinaryUplink.h"
-#include "util/ByteStreamReader.h"
 
 namespace {
 
@@ -25,36 +17,25 @@ std::string shown(const Util::String& text) {
     return text.c_str() == nullptr ? "" : text.c_str();
 }
 
-void load(InterceptorConfig& config, std::string text) {
-    IO::ByteArrayInputStream bytes(Util::ByteArray(reinterpret_cast<unsigned char*>(text.data()),
-                                                   static_cast<int>(text.size()), false));
-    IO::BufferedInputStream buffered(&bytes, 2048);
-    Util::ByteStreamReader reader(&buffered);
-    config.load(reader);
-}
+/// What a call says of itself.
+struct Asked {
+    std::string group, service, operation;
 
-bool fits(const QZAgent::FilterRow& row, const std::string& group, const std::string& service,
-          const std::string& operation) {
-    return (group.empty() || row.group.empty() || row.group == group) &&
-           (row.service.empty() || row.service == service) &&
-           (row.operation.empty() || row.operation == operation);
-}
-
-bool fitsAny(const std::vector<QZAgent::FilterRow>& table, const std::string& group,
-             const std::string& service, const std::string& operation) {
-    for (const auto& row : table)
-        if (fits(row, group, service, operation)) return true;
-    return false;
-}
+    bool fits(const QZAgent::FilterRow& row) const {
+        return (group.empty() || row.group.empty() || row.group == group) &&
+               (row.service.empty() || row.service == service) &&
+               (row.operation.empty() || row.operation == operation);
+    }
+    bool fitsAny(const std::vector<QZAgent::FilterRow>& rows) const {
+        return std::any_of(rows.begin(), rows.end(), [&](const auto& row) { return fits(row); });
+    }
+};
 
 class ConfigAgreement : public testing::Test {
 protected:
-    ConfigAgreement() : itsRemote(remote()) { remote() = true; }
-    ~ConfigAgreement() override { remote() = itsRemote; }
+    ConfigAgreement() : itsRemote(harness::isRemote()) { harness::isRemote() = true; }
+    ~ConfigAgreement() override { harness::isRemote() = itsRemote; }
 
-    static bool& remote() {
-        return const_cast<UplinkParameters::Values&>(AsyncBinaryUplink::itsParams).remoteUplink;
-    }
     std::size_t below(std::size_t end) { return itsRandom() % end; }
     std::string any(const std::vector<std::string>& pool) { return pool[below(pool.size())]; }
 
@@ -116,37 +97,29 @@ std::string ConfigAgreement::damaged(std::string text) {
 
 void ConfigAgreement::compareTables(InterceptorConfig& config,
                                     const QZAgent::ConfigText& expected) {
-    for (const char* group : {"", "g", "h"}) {
-        for (const char* service : {"s", "t"}) {
-            for (const char* name : {"", "getQuote"}) {
-                const std::string operation = *name == '\0' ? "" : kOperation;
-                for (const bool isClient : {false, true}) {
-                    ClientInteraction call;
-                    call.itIsLoaded = true;
-                    // One cache entry for each; host and port take no part in an id.
-                    call.itsUrl = ("http://" + std::string(group) + service + "/svc/a").c_str();
-                    call.itsOpName = name;
-                    call.itsGroupID = group;
-                    call.itsServiceID = service;
-                    const EntryRef entry = config.getConfig(&call, isClient);
-                    EXPECT_EQ(entry->itIncludesPayload,
-                              fitsAny(isClient ? expected.clientFilters : expected.serverFilters,
-                                      group, service, operation));
-                    EXPECT_EQ(entry->itComputesPath,
-                              fitsAny(expected.pathFilters, group, service, operation));
-                    // A line that a zero byte swallowed is no name, and an empty line is: only the
-                    // library tells them apart.
-                    std::string names, expectedNames;
-                    for (int i = 0; entry->cpNames != nullptr && i < entry->cpNames->size(); ++i)
-                        if (!entry->cpNames->at(i).empty())
-                            names += shown(entry->cpNames->at(i)) + ";";
-                    for (const auto& row : expected.checkpointFilters)
-                        if (fits(row.filter, group, service, operation) && !row.name.empty())
-                            expectedNames += row.name + ";";
-                    EXPECT_EQ(names, expectedNames);
-                }
-            }
-        }
+    const char* const groups[] = {"", "g", "h"};
+    for (int way = 0; way < 24; ++way) {
+        const Asked asked{groups[way / 8], way & 1 ? "s" : "t", way & 2 ? kOperation : ""};
+        const bool isClient = (way & 4) != 0;
+        ClientInteraction call;
+        call.itIsLoaded = true;
+        // One cache entry for each; host and port take no part in an id.
+        call.itsUrl = ("http://" + asked.group + asked.service + "/svc/a").c_str();
+        call.itsOpName = asked.operation.empty() ? "" : "getQuote";
+        call.itsGroupID = asked.group.c_str();
+        call.itsServiceID = asked.service.c_str();
+        const EntryRef entry = config.getConfig(&call, isClient);
+        EXPECT_EQ(entry->itIncludesPayload,
+                  asked.fitsAny(isClient ? expected.clientFilters : expected.serverFilters));
+        EXPECT_EQ(entry->itComputesPath, asked.fitsAny(expected.pathFilters));
+        // A line that a zero byte swallowed is no name, and an empty line is: only the library
+        // tells them apart.
+        std::string names, expectedNames;
+        for (int i = 0; entry->cpNames != nullptr && i < entry->cpNames->size(); ++i)
+            if (!entry->cpNames->at(i).empty()) names += shown(entry->cpNames->at(i)) + ";";
+        for (const auto& row : expected.checkpointFilters)
+            if (asked.fits(row.filter) && !row.name.empty()) expectedNames += row.name + ";";
+        EXPECT_EQ(names, expectedNames);
     }
 }
 
@@ -154,7 +127,7 @@ void ConfigAgreement::compare(const std::string& text) {
     const QZAgent::ConfigReading reading = QZAgent::readConfig(text);
     const QZAgent::ConfigText& expected = reading.config;
     InterceptorConfig config;
-    load(config, text);
+    config.load(harness::Pushed(text));
     ASSERT_EQ(config.itIsAlive, !reading.isRefused);
     if (reading.isRefused) return;
     const QZAgent::TrustBlock trust = expected.trust.value_or(QZAgent::TrustBlock());

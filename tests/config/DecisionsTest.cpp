@@ -1,14 +1,6 @@
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
-
 #include "config/InterceptorConfig.h"
-#include "harness/TextReader.h"
 #include "harness/Vectors.h"
+#include "harness/values.h"
 #include "interaction/ClientInteraction.h"
 
 namespace {
@@ -67,7 +59,6 @@ TEST_F(Decisions, ARowMatchesByWildcardsAndExactTexts) {
         const char *group, *service, *operation;
         bool matches;
     } rows[] = {
-        {"all wildcards", "\n\n\n", "g", "s", "o", true},
         {"all equal", "g\ns\no\n", "g", "s", "o", true},
         {"case counts", "G\n\n\n", "g", "s", "o", false},
         {"a blank group passes any cell", "G\n\n\n", "", "s", "o", true},
@@ -89,39 +80,31 @@ TEST_F(Decisions, ARowMatchesByWildcardsAndExactTexts) {
 TEST_F(Decisions, CheckpointNamesComeFromAllRowsInOrder) {
     TextReader text("5\n\n\n\nlast\ng\n\n\nfirst\nother\n\n\nhidden\n\n\n\nlast\n\n\n\n\n");
     const std::unique_ptr<InterceptorConfig::Table> table(InterceptorConfig::ReadFilters(text, 4));
-    const auto named = [&] {
+    const auto named = [](InterceptorConfig::Table* among) {
         const std::unique_ptr<InterceptorConfig::Row> names(
-            InterceptorConfig::findCPNames("g", "s", "o", table.get()));
-        if (names == nullptr) return std::string("none");
+            InterceptorConfig::findCPNames("g", "s", "o", among));
         std::string joined;
+        if (names == nullptr) return std::string("none");
         for (int i = 0; i < names->size(); ++i) joined += names->at(i).c_str() + std::string(";");
         return joined;
     };
-    EXPECT_EQ(named(), "last;first;last;;");
-    // A cell that is no text at all is no name, but its row has matched.
+    EXPECT_EQ(named(table.get()), "last;first;last;;");
     for (int i = 0; i < table->size(); ++i) table->at(i)->set(3, Util::String());
-    EXPECT_EQ(named(), "");
-    EXPECT_EQ(InterceptorConfig::findCPNames("g", "s", "o", nullptr), nullptr);
+    EXPECT_EQ(named(table.get()), "") << "no text at all is no name, but its row has matched";
+    EXPECT_EQ(named(nullptr), "none");
 }
 
-TEST_F(Decisions, EachSideHasItsPayloadTableAndTheOthersAreCommon) {
+// Side by side with the agent's reading stand the other ways to a row, in ConfigAgreementTest.cpp.
+TEST_F(Decisions, RowsMeetTheIdsThatAreDerived) {
     // The hash of getQuote@/svc/a; a call without an operation name has no operation to match.
-    configure("2\n\n\n6zXhIOgbNdAzRQS6Y93HcQ==\n\n\nEDihpnRb8sxNjuw13WOEzg==\n", "1\nelse\n\n\n",
-              "1\n\nsvc\n\ncp\n", "1\n\nEDihpnRb8sxNjuw13WOEzg==\n\n");
-    const EntryRef server = decide("http://h/svc/a", "getQuote");
-    EXPECT_TRUE(server->itIncludesPayload);
-    EXPECT_TRUE(server->itComputesPath) << "by the derived service id";
-    EXPECT_EQ(server->cpNames, nullptr);
-    const EntryRef client = decide("http://h/svc/a", "getQuote", true);
-    EXPECT_FALSE(client->itIncludesPayload);
-    EXPECT_TRUE(client->itComputesPath);
+    configure("2\n\n\n6zXhIOgbNdAzRQS6Y93HcQ==\n\n\nEDihpnRb8sxNjuw13WOEzg==\n", "0\n", "0\n",
+              "1\n\nEDihpnRb8sxNjuw13WOEzg==\n\n");
+    EXPECT_TRUE(decide("http://h/svc/a", "getQuote")->itIncludesPayload);
+    EXPECT_TRUE(decide("http://h/svc/a", "getQuote")->itComputesPath);
     EXPECT_FALSE(decide("http://h/svc/a", "")->itIncludesPayload);
-    const EntryRef named = decide("http://h/svc/b", "op", true, nullptr, "svc");
-    EXPECT_TRUE(named->itIncludesPayload) << "no group passes a row that names one";
-    EXPECT_FALSE(named->itComputesPath);
-    EXPECT_STREQ(named->itsServiceID.c_str(), "svc");
-    ASSERT_NE(named->cpNames, nullptr);
-    EXPECT_EQ(named->cpNames->size(), 1);
+    const EntryRef declared = decide("http://h/svc/b", "op", true, nullptr, "svc");
+    EXPECT_FALSE(declared->itComputesPath);
+    EXPECT_STREQ(declared->itsServiceID.c_str(), "svc");
 }
 
 TEST_F(Decisions, TheFirstCallOfAKeyDecidesUntilAGoodConfigurationComes) {
@@ -172,26 +155,26 @@ TEST_F(Decisions, TheUrlUsedLeastRecentlyGivesWay) {
 TEST_F(Decisions, AreReadWhileNewConfigurationsCome) {
     configure("0\n", "0\n", "0\n", "0\n");
     std::atomic<bool> isOver{false};
-    std::vector<std::thread> callers;
-    for (int i = 0; i < 2; ++i)
-        callers.emplace_back([&] {
-            while (!isOver) {
-                const EntryRef entry = decide("http://h/svc/a", "getQuote");
-                EXPECT_STREQ(entry->itsOpID.c_str(), "6zXhIOgbNdAzRQS6Y93HcQ==");
-                if (entry->cpNames != nullptr) {
-                    EXPECT_STREQ(entry->cpNames->at(0).c_str(), "cp");
-                }
-                if (itsConfig.hasFlowFieldNames()) itsConfig.flowFieldNames();
-                Util::String host;
-                int port = 0;
-                itsConfig.agentAddress(host, port);
-                EXPECT_EQ(port, 1);
-                EXPECT_TRUE(itsConfig.trustKey().empty());
+    const auto call = [&] {
+        while (!isOver) {
+            const EntryRef entry = decide("http://h/svc/a", "getQuote");
+            EXPECT_STREQ(entry->itsOpID.c_str(), "6zXhIOgbNdAzRQS6Y93HcQ==");
+            if (entry->cpNames != nullptr) {
+                EXPECT_STREQ(entry->cpNames->at(0).c_str(), "cp");
             }
-        });
-    for (int i = 0; i < 200; ++i) configure("0\n", "0\n", "1\n\n\n\ncp\n", "0\n");
-    isOver = true;
-    for (auto& caller : callers) caller.join();
+            if (itsConfig.hasFlowFieldNames()) itsConfig.flowFieldNames();
+            Util::String host;
+            int port = 0;
+            itsConfig.agentAddress(host, port);
+            EXPECT_EQ(port, 1);
+            EXPECT_TRUE(itsConfig.trustKey().empty());
+        }
+    };
+    const auto push = [&] {
+        for (int i = 0; i < 200; ++i) configure("0\n", "0\n", "1\n\n\n\ncp\n", "0\n");
+        isOver = true;
+    };
+    harness::onThreads(call, call, push);
 }
 
 }  // namespace

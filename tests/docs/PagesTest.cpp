@@ -1,10 +1,9 @@
 // What the pages show as code is what the samples say, which are compiled.
-#include <gtest/gtest.h>
-
 #include <filesystem>
 #include <set>
 
 #include "docs/Page.h"
+#include "harness/test.h"
 
 namespace docs {
 namespace {

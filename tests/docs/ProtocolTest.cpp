@@ -1,8 +1,4 @@
 // docs/protocol.md against the library's bytes and against the agent's independent reader.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstdint>
 #include <map>
 #include <sstream>
 #include <type_traits>
@@ -14,6 +10,7 @@
 #include "agent/Wire.h"
 #include "docs/Page.h"
 #include "event.h"
+#include "harness/values.h"
 #include "uplink/AgentEvent.h"
 
 namespace docs {
@@ -33,12 +30,6 @@ std::vector<std::string> linesOf(const std::string& text) {
     return lines;
 }
 
-std::string number(unsigned long long value, std::size_t width) {
-    std::string bytes;
-    while (width-- > 0) bytes += static_cast<char>(value >> (8 * width));
-    return bytes;
-}
-
 /// The bytes of a dump: "0010  xx xx ...  text" on each line.
 std::string dumped(const std::string& comment) {
     std::string bytes;
@@ -55,8 +46,10 @@ std::string dumped(const std::string& comment) {
 
 /// What a cell stands for, in as many bytes as its row says: a number, or a text in backticks.
 std::string encoded(const std::string& cell, std::size_t width) {
-    if (cell.at(0) == '`') return number(cell.size() - 2, 4) + cell.substr(1, cell.size() - 2);
-    return number(std::stoull(cell, nullptr, 0), width);
+    if (cell.at(0) == '`')
+        return harness::bigEndian(static_cast<long long>(cell.size()) - 2, 4) +
+               cell.substr(1, cell.size() - 2);
+    return harness::bigEndian(static_cast<long long>(std::stoull(cell, nullptr, 0)), width);
 }
 
 /// Field name to value, as qz-agent prints an event.
@@ -80,8 +73,7 @@ TEST(ProtocolPage, TheDumpedEventIsTheLibrarys) {
     describeCall(call);
     SDK::AgentEvent event(&call, false, true);
     SDK::Util::ByteArray bytes = event.serialize();
-    EXPECT_EQ(dumped("bytes: event"), std::string(reinterpret_cast<char*>(bytes.data),
-                                                  static_cast<std::size_t>(bytes.length)));
+    EXPECT_EQ(dumped("bytes: event"), harness::textOf(bytes.data, bytes.length));
     bytes.releaseContent();
     event.itsPayloadCopy.releaseContent();
     EXPECT_NE(readSource("docs/examples/event.cpp").find(page().block("docs/examples/event.cpp")),
@@ -107,12 +99,9 @@ TEST(ProtocolPage, TheEventIsTakenApartByteForByte) {
         at += width;
     }
     EXPECT_EQ(at, bytes.size());
-}
-
-TEST(ProtocolPage, TheSmallestEventIsOne) {
-    const std::string bytes = leadingBytes(linesOf(page().block("bytes: smallest")).at(0));
-    EXPECT_EQ(bytes.size(), 22U);
-    EXPECT_EQ(printed(bytes)["formatMark"], "1");
+    const std::string smallest = leadingBytes(linesOf(page().block("bytes: smallest")).at(0));
+    EXPECT_EQ(smallest.size(), 22U);
+    EXPECT_EQ(printed(smallest)["formatMark"], "1");
 }
 
 const char* formOf(const QZAgent::Field& field) {

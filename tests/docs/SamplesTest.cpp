@@ -1,10 +1,9 @@
 // The samples, run against qz-agent as a reader would: what the agent shows is what the guide says.
-#include <gtest/gtest.h>
-
 #include <nlohmann/json.hpp>
 #include <set>
 
 #include "harness/Child.h"
+#include "harness/test.h"
 
 namespace {
 
@@ -48,6 +47,10 @@ protected:
         return event("reply", request["side"].get<std::string>().c_str(), "interactionID",
                      request["interactionID"]);
     }
+    static void expect(const Json& event, const std::map<std::string, Json>& fields) {
+        for (const auto& [name, value] : fields)
+            EXPECT_EQ(event.value(name, Json()), value) << name;
+    }
     static void expectUnder(const Json& server, const Json& client) {
         EXPECT_EQ(client["parentID"], server["interactionID"]);
         EXPECT_EQ(client["flowID"], server["flowID"]);
@@ -59,8 +62,8 @@ protected:
                ";Flow=" + text("flowID") + ";UpstreamOpID=" + text("opID") +
                ";Path=" + text("pathID") + ";" + rest + "\n";
     }
-    bool wasPrinted(const std::string& line) const {
-        return itsOutput.find(line) != std::string::npos;
+    void expectPrinted(const std::string& line) const {
+        EXPECT_NE(itsOutput.find(line), std::string::npos) << line << " is not in\n" << itsOutput;
     }
     std::set<std::string> urls() const {
         std::set<std::string> all;
@@ -77,38 +80,38 @@ protected:
 TEST_F(Samples, TheInterceptorInC) {
     run(QZ_SAMPLE_C, 8);
     const Json server = event("request", "server", "upstreamInteractionID", "i-1");
-    EXPECT_EQ(server["flowID"], "f-1");
-    EXPECT_EQ(server["url"], "http://shop.example/cart/add");
-    EXPECT_EQ(server["opName"], "POST");
-    EXPECT_EQ(server["groupName"], "cart");
-    EXPECT_EQ(server["peerAddr"], "10.0.0.1");
-    EXPECT_EQ(server["payload"], "article=7");
-    EXPECT_EQ(replyTo(server)["payload"], "sold out");
+    expect(server, {{"flowID", "f-1"},
+                    {"url", "http://shop.example/cart/add"},
+                    {"opName", "POST"},
+                    {"groupName", "cart"},
+                    {"peerAddr", "10.0.0.1"},
+                    {"payload", "article=7"}});
+    expect(replyTo(server), {{"payload", "sold out"}});
     EXPECT_FALSE(replyTo(server).contains("failure"));
 
+    // The second one of the process.
     const Json client = event("request", "client", "flowID", "f-1");
     expectUnder(server, client);
-    EXPECT_EQ(client["payload"], "7");
-    EXPECT_EQ(replyTo(client)["failure"], "the stock service could not answer");
-    EXPECT_TRUE(wasPrinted(headerOf(client, "CalleeAddress=10.0.0.3;FlowFields=customer:42;")))
-        << itsOutput;
+    expect(client, {{"payload", "7"}, {"sequenceNumber", 2}});
+    EXPECT_EQ(client["pPathID"].get<std::string>().front(), '~') << "a root's";
+    EXPECT_EQ(client["pathID"].get<std::string>().size(), 24U) << "below another there is no ~";
+    expect(replyTo(client), {{"failure", "the stock service could not answer"}});
+    expectPrinted(headerOf(client, "CalleeAddress=10.0.0.3;FlowFields=customer:42;"));
 }
 
 TEST_F(Samples, TheInterceptorWithTheClasses) {
     run(QZ_SAMPLE_CPP, 8);
     const Json server = event("request", "server", "upstreamInteractionID", "i-2");
-    EXPECT_EQ(server["flowID"], "f-2");
-    EXPECT_EQ(server["opName"], "place");
-    EXPECT_EQ(server["groupName"], "orders");
-    EXPECT_EQ(server["payload"], "article=7");
-    EXPECT_EQ(replyTo(server)["payload"], "thanks");
-    EXPECT_EQ(replyTo(server)["failure"], "the price is above the limit");
+    expect(server, {{"flowID", "f-2"},
+                    {"opName", "place"},
+                    {"groupName", "orders"},
+                    {"payload", "article=7"}});
+    expect(replyTo(server), {{"payload", "thanks"}, {"failure", "the price is above the limit"}});
 
     const Json client = event("request", "client", "flowID", "f-2");
     expectUnder(server, client);
-    EXPECT_EQ(replyTo(client)["payload"], "19.90");
-    EXPECT_TRUE(wasPrinted(headerOf(client, "CalleeAddress=price.example;FlowFields=customer:42;")))
-        << itsOutput;
+    expect(replyTo(client), {{"payload", "19.90"}});
+    expectPrinted(headerOf(client, "CalleeAddress=price.example;FlowFields=customer:42;"));
 }
 
 TEST_F(Samples, CallsThatDoNotGoOneToOneWithThreads) {
@@ -123,8 +126,7 @@ TEST_F(Samples, CallsThatDoNotGoOneToOneWithThreads) {
     expectUnder(worked, client("http://db.example/db/work"));
     const Json after = client("http://db.example/db/after");
     expectUnder(worked, after);
-    EXPECT_TRUE(wasPrinted(headerOf(after, "CalleeAddress=db.example;FlowFields=worker:yes;")))
-        << itsOutput;
+    expectPrinted(headerOf(after, "CalleeAddress=db.example;FlowFields=worker:yes;"));
 
     const Json inner = event("request", "client", "opName", "render");
     expectUnder(event("request", "server", "interactionID", inner["parentID"]), inner);

@@ -1,14 +1,8 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <map>
-#include <memory>
-#include <string>
-#include <vector>
-
 #include "agent/AgentPeer.h"
 #include "harness/Child.h"
+#include "harness/test.h"
 
 namespace e2e {
 

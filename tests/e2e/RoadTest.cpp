@@ -1,6 +1,4 @@
 // The road of one request, from the C interface to the bytes at the agent.
-#include <algorithm>
-
 #include "e2e/Fixture.h"
 
 namespace e2e {
@@ -36,12 +34,14 @@ protected:
     }
 };
 
-TEST_F(EndToEndRoad, AServerCallIsARequestAndThenAReply) {
+TEST_F(EndToEndRoad, AServerCallIsARequestAndThenAReplyOrOneWholeEvent) {
     begin();
     driver->run(std::string("server ") + kUrl + " getQuote hello broken");
-    const auto got = events(2);
+    driver->run(std::string("whole ") + kUrl + " -");
+    const auto got = events(3);
     const Event& request = got[0].event;
     const Event& reply = got[1].event;
+    const Event& whole = got[2].event;
 
     EXPECT_EQ(request.kind(), EventKind::Request);
     EXPECT_EQ(request.flags, 0);
@@ -67,41 +67,11 @@ TEST_F(EndToEndRoad, AServerCallIsARequestAndThenAReply) {
     EXPECT_EQ(reply.interactionID, request.interactionID);
     EXPECT_GE(*reply.time, *request.time + 1);
     EXPECT_EQ(got[0].connection, got[1].connection);
-}
 
-TEST_F(EndToEndRoad, ACallLeftUnanalysedIsOneWholeEvent) {
-    begin();
-    driver->run(std::string("whole ") + kUrl + " -");
-    const Event whole = events(1)[0].event;
-    EXPECT_EQ(whole.kind(), EventKind::Whole);
     EXPECT_EQ(whole.flags, Event::REPLIED | Event::WHOLE);
     EXPECT_EQ(whole.opID, kServiceID) << "without a name the path stands for the operation too";
     EXPECT_EQ(whole.svcType, -128);
     EXPECT_GE(*whole.rtTime, 1);
-}
-
-TEST_F(EndToEndRoad, AClientBelongsToTheServerAroundIt) {
-    begin();
-    driver->run(std::string("nest ") + kUrl + " getQuote http://back.example/db/rows select");
-    const auto got = events(4);
-    const Event& server = got[0].event;
-    const Event& client = got[1].event;
-    EXPECT_FALSE(server.isClient());
-    EXPECT_TRUE(client.isClient());
-    EXPECT_EQ(client.kind(), EventKind::Request);
-    EXPECT_EQ(client.flowID, server.flowID);
-    EXPECT_EQ(client.parentID, server.interactionID);
-    EXPECT_EQ(client.locus, kOpID);
-    EXPECT_EQ(client.sequenceNumber, 1);
-    EXPECT_EQ(client.groupName, "db");
-    ASSERT_TRUE(client.pPathID) << "the configuration asks for paths";
-    EXPECT_EQ(client.pPathID->front(), '~');
-    ASSERT_TRUE(client.pathID);
-    EXPECT_EQ(client.pathID->size(), 24U) << "a path below another has no ~";
-    EXPECT_EQ(got[2].event.kind(), EventKind::Reply);
-    EXPECT_TRUE(got[2].event.isClient());
-    EXPECT_FALSE(got[3].event.isClient());
-    for (const auto& event : got) EXPECT_EQ(event.connection, got[0].connection);
 }
 
 TEST_F(EndToEndRoad, TheConfigurationDecidesWhatIsReported) {
@@ -135,23 +105,14 @@ class EndToEndFlood : public testing::TestWithParam<const char*> {};
 TEST_P(EndToEndFlood, FourThreadsLoseAndReorderNothing) {
     constexpr int kThreads = 4;
     constexpr int kCalls = 50000;
-    struct Call {
-        int requests = 0;
-        int replies = 0;
-    };
-    std::map<std::string, Call> calls;  // by interaction id
+    std::map<std::string, std::string> calls;  // What came, by interaction id.
     int lastSize[kThreads] = {};
-    int early = 0;
     QZAgent::PeerSettings settings;
     settings.onEvent = [&](const ReceivedEvent& received) {
         const Event& event = received.event;
-        Call& call = calls[*event.interactionID];
-        if (event.kind() == EventKind::Reply) {
-            if (call.requests == 0) ++early;
-            ++call.replies;
-            return;
-        }
-        ++call.requests;
+        const bool isReply = event.kind() == EventKind::Reply;
+        calls[*event.interactionID] += isReply ? "reply " : "request ";
+        if (isReply) return;
         // A thread's calls take different queues, so only the call itself has an order.
         int& last = lastSize[event.opName->back() - '0'];
         last = std::max(last, static_cast<int>(*event.msgSize));
@@ -166,11 +127,11 @@ TEST_P(EndToEndFlood, FourThreadsLoseAndReorderNothing) {
     agent.stop();
     EXPECT_EQ(agent.counters().malformed, 0U);
     EXPECT_EQ(calls.size(), static_cast<std::size_t>(kThreads) * kCalls);
-    EXPECT_TRUE(std::all_of(calls.begin(), calls.end(), [](const auto& entry) {
-        return entry.second.requests == 1 && entry.second.replies == 1;
-    }));
+    const bool mayReorder = agent.counters().eventStreams > 1;
+    for (const auto& [id, came] : calls)
+        ASSERT_TRUE(came == "request reply " || (mayReorder && came == "reply request "))
+            << id << ": " << came;
     for (const int size : lastSize) EXPECT_EQ(size, kCalls);
-    EXPECT_TRUE(early == 0 || agent.counters().eventStreams > 1) << early;
     driver.leave();
 }
 

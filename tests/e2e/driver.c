@@ -4,7 +4,6 @@
  *
  *   server URL OP PAYLOAD FAILURE   a whole server call, analysed and ended
  *   whole URL OP                    a server call that is never analysed
- *   nest URL OP CLIENTURL CLIENTOP  a server with one client call inside
  *   open URL OP                     an analysed server that stays open; close ends it
  *   flood THREADS CALLS             threads that make calls; sizes count up on each thread
  *   spin THREADS                    threads that make calls until the process ends
@@ -60,17 +59,6 @@ static void serverCall(char** words) {
     siSetSize(call, 7);
     siSetFailure(call, given(words[4]));
     end(call);
-}
-
-static void nestedCalls(char** words) {
-    ServerInteractionStruct* server = begin(words[1], words[2]);
-    ClientInteractionStruct* client = qz_beginClient();
-    ciSetUrl(client, given(words[3]));
-    ciSetOpName(client, given(words[4]));
-    qz_clientAnalyzed(client);
-    qz_endClient(client);
-    freeClientInteraction(client);
-    end(server);
 }
 
 /* Made here and released there, small ones and large, and then the library makes calls of its own
@@ -151,8 +139,6 @@ static int obey(char** words) {
         serverCall(words);
     } else if (strcmp(command, "whole") == 0) {
         end(begin(words[1], words[2]));
-    } else if (strcmp(command, "nest") == 0) {
-        nestedCalls(words);
     } else if (strcmp(command, "records") == 0) {
         ownRecords(words);
     } else if (strcmp(command, "open") == 0) {

@@ -1,12 +1,8 @@
 #pragma once
 
 #include <condition_variable>
-#include <functional>
 #include <list>
 #include <mutex>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "harness/loopback.h"
 
@@ -16,11 +12,11 @@ namespace harness {
 struct AgentManners {
     std::string id = "raw-agent";
     int answer = 1;
-    int messagesBeforeReset = -1;  // Negative never resets.
+    int bytesBeforeReset = -1;  // Behind the handshake; negative never resets.
 };
 
-/// An agent's event port, written from the protocol's description: it shakes hands and keeps each
-/// message as the bytes that came.
+/// An agent's event port, written from the protocol's description: it shakes hands and keeps the
+/// bytes that come.
 ///
 /// Threads:   one for the listener, one for each connection; all are over when the object is gone.
 class RawAgent {
@@ -28,7 +24,7 @@ public:
     using Manners = AgentManners;
     struct Connection {
         std::string handshake;  // All that the library sent up to the agent's yes or no.
-        std::vector<std::string> messages;
+        std::string bytes;      // And behind it.
         bool isOver = false;
     };
 
@@ -44,15 +40,13 @@ public:
     template <class F>
     std::vector<Connection> waitFor(F isMet) {
         std::unique_lock<std::mutex> guard(itsLock);
-        itsChange.wait_for(guard, std::chrono::seconds(60), [&] { return isMet(itsConnections); });
+        itsChange.wait_for(guard, kLimit, [&] { return isMet(itsConnections); });
         return itsConnections;
     }
-    /// The messages of all connections, in the order of the connections.
-    std::vector<std::string> waitForMessages(std::size_t count);
+    /// The bytes of all connections, in the order of the connections.
+    std::string waitForBytes(std::size_t count);
 
 private:
-    class Reader;
-
     void listen();
     void serve(RawSocket& socket, std::size_t number, const Manners& manners);
     static void reset(RawSocket& socket);

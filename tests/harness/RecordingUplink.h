@@ -1,14 +1,12 @@
 #pragma once
 
-#include <atomic>
-#include <string>
-#include <utility>
-#include <vector>
-
+#include "harness/test.h"
 #include "interaction/Interaction.h"
 #include "uplink/Uplink.h"
 
 namespace harness {
+
+namespace SDK = Quenvale::Interceptor::SDK;
 
 /// What an agent event would say of an interaction, taken at the notification.
 struct Report {
@@ -32,12 +30,12 @@ struct Report {
 /// queues are numbers.
 ///
 /// Threads: any. The one of the process lives as long as that does.
-class RecordingUplink final : public Quenvale::Interceptor::SDK::Uplink {
-    using String = Quenvale::Interceptor::SDK::Util::String;
-    using Guard = Quenvale::Interceptor::SDK::Util::MutexGuard;
+class RecordingUplink final : public SDK::Uplink {
+    using String = SDK::Util::String;
+    using Guard = SDK::Util::MutexGuard;
 
 public:
-    struct Attachment final : Quenvale::Interceptor::SDK::UplinkData {
+    struct Attachment final : SDK::UplinkData {
         explicit Attachment(int number) : queue(number) { ++alive; }
         ~Attachment() override { --alive; }
         Attachment(const Attachment&) = delete;
@@ -54,7 +52,7 @@ public:
     }
 
     bool getAlive() override { return true; }
-    void notifyAgent(Quenvale::Interceptor::SDK::Interaction* interaction) override {
+    void notifyAgent(SDK::Interaction* interaction) override {
         Report report = read(interaction);
         if (interaction->itsUplinkData == nullptr)
             interaction->itsUplinkData = new Attachment(++itsLastQueue);
@@ -89,7 +87,7 @@ private:
         return value.c_str() == nullptr ? "" : value.c_str();
     }
 
-    static Report read(Quenvale::Interceptor::SDK::Interaction* interaction) {
+    static Report read(SDK::Interaction* interaction) {
         Report report;
         report.state = interaction->itsState;
         report.rqstNotified = interaction->itsRqstNotified;
@@ -108,7 +106,7 @@ private:
         return report;
     }
 
-    Quenvale::Interceptor::SDK::Util::qzmutex itsReportsLock;
+    SDK::Util::qzmutex itsReportsLock;
     std::vector<Report> itsReports QZ_GUARDED_BY(itsReportsLock);
     std::atomic<int> itsLastQueue{0};
 };

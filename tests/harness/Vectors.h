@@ -1,12 +1,10 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <fstream>
 #include <optional>
 #include <sstream>
-#include <string>
-#include <vector>
+
+#include "harness/test.h"
 
 /// Known answers from tests/data: tab-separated rows of one file, without the line that names the
 /// columns. "\N" stands for a null text.

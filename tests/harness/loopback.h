@@ -1,13 +1,12 @@
 #pragma once
 
-#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <string>
-#include <utility>
+
+#include "harness/test.h"
 
 /// One end of a TCP connection, used without the library. Reads give up after 60 s.
 class RawSocket {

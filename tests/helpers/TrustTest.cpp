@@ -1,11 +1,5 @@
-#include <gtest/gtest.h>
-
-#include <climits>
-#include <string>
-#include <thread>
-
 #include "config/InterceptorConfig.h"
-#include "harness/TextReader.h"
+#include "harness/values.h"
 #include "helpers/Helpers.h"
 #include "interaction/ClientInteraction.h"
 #include "interaction/ServerInteraction.h"
@@ -94,7 +88,7 @@ TEST_F(Trust, NoSignaturePassesAndNoBlockTrustsAll) {
     EXPECT_TRUE(Helpers::intIDCache.hasKey("never seen 3")) << "what never came is not blank";
 }
 
-TEST_F(Trust, IdsAreBlockedForTheWindowAndForgottenBeyondAThousand) {
+TEST_F(Trust, AnIdATimeAndACallerAreEachChecked) {
     EXPECT_TRUE(Helpers::checkTrustID("once", 1000000));
     EXPECT_FALSE(Helpers::checkTrustID("once", 1000000));
     EXPECT_TRUE(Helpers::checkTrustID("once", -1)) << "strictly more than the window";
@@ -104,9 +98,6 @@ TEST_F(Trust, IdsAreBlockedForTheWindowAndForgottenBeyondAThousand) {
     EXPECT_TRUE(Helpers::checkTrustTS(now() + 5000, 0)) << "the future passes";
     EXPECT_FALSE(Helpers::checkTrustTS(now() - 5000, 4000));
     EXPECT_FALSE(Helpers::checkTrustTS(LLONG_MIN, LLONG_MAX - 1));
-}
-
-TEST_F(Trust, APeerIsLookedUpOnce) {
     EXPECT_TRUE(Helpers::checkCallerAddr("localhost", "localhost"));
     EXPECT_FALSE(Helpers::checkCallerAddr("elsewhere", "localhost"));
     EXPECT_FALSE(Helpers::checkCallerAddr("x", "no such host \xff"));
@@ -130,9 +121,7 @@ TEST_F(Trust, ConcurrentChecksDoNotMeet) {
             EXPECT_TRUE(Helpers::assertTrust(header, &client));
         }
     };
-    std::thread other(check);
-    check();
-    other.join();
+    harness::onThreads(check, check);
 }
 
 }  // namespace

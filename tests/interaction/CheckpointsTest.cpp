@@ -1,24 +1,13 @@
 #include "interaction/Checkpoints.h"
 
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <thread>
-
-#include "harness/shown.h"
-#include "harness/thrown.h"
+#include "harness/values.h"
 #include "interaction/FlowStub.h"
 
 namespace {
 
 using namespace Quenvale::Interceptor::SDK;
 using harness::incoming;
-
-struct Names : Util::Vector<Util::String> {
-    Names(std::initializer_list<const char*> names) : Vector(0, static_cast<int>(names.size())) {
-        for (const char* name : names) add(name);
-    }
-};
+using harness::Names;
 
 std::string newNames(Checkpoints& checkpoints) {
     auto* names = checkpoints.getNewCheckpoints();

@@ -1,10 +1,5 @@
 #include "interaction/ClientInteraction.h"
 
-#include <gtest/gtest.h>
-
-#include <functional>
-#include <thread>
-
 #include "harness/CallTest.h"
 #include "util/guid.h"
 #include "util/identifiers.h"
@@ -25,7 +20,11 @@ TEST_F(ClientInteractionTest, WithoutAServerItIsAFlowOfItsOwn) {
     EXPECT_EQ(client->itsSequenceNumber, 0);
     EXPECT_TRUE(client->_getPathID(true).empty());
     EXPECT_TRUE(client->itsCreateFlag);
+    client->itsParentID = "parent";
+    const std::unique_ptr<SiteStub> stub(client->split());
+    EXPECT_TRUE(client->itIsSplit);
     EXPECT_EQ(client->itsState, 0);
+    EXPECT_EQ(stub->itsParentID, "parent") << "a split keeps it";
 }
 
 TEST_F(ClientInteractionTest, TakesOnItsServersFlow) {
@@ -104,15 +103,6 @@ TEST_F(ClientInteractionTest, ThePathIsComputedOnce) {
     EXPECT_TRUE(without->_getPathID(false).empty()) << "that it has none is kept too";
 }
 
-TEST_F(ClientInteractionTest, ASplitMarksItAndKeepsItsParent) {
-    auto client = newClient();
-    client->itsParentID = "parent";
-    const std::unique_ptr<SiteStub> stub(client->split());
-    EXPECT_TRUE(client->itIsSplit);
-    EXPECT_EQ(client->itsState, 0);
-    EXPECT_EQ(stub->itsParentID, "parent");
-}
-
 TEST_F(ClientInteractionTest, ManagedExternallyItLeavesTheThreadOnce) {
     auto below = newClient();
     auto client = newClient();
@@ -137,10 +127,8 @@ TEST_F(ClientInteractionTest, SiblingsOnTwoThreadsShareWhatTheServerMakes) {
         server->requestAnalyzed();
         server->itComputesPath = true;
         Client clients[2];
-        const auto make = [](Client& client) { client = newClient("parent", "none"); };
-        std::thread other(make, std::ref(clients[1]));
-        make(clients[0]);
-        other.join();
+        harness::onThreads([&] { clients[0] = newClient("parent", "none"); },
+                           [&] { clients[1] = newClient("parent", "none"); });
         EXPECT_EQ(clients[0]->itsFlowID, clients[1]->itsFlowID);
         EXPECT_EQ(clients[0]->itsPPathID, server->itsPathID);
         EXPECT_EQ(clients[1]->itsPPathID, server->itsPathID);

@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "harness/CallTest.h"
-#include "harness/thrown.h"
 #include "interaction/IntCorrMap.h"
 #include "interaction/IntCorrTlsStack.h"
 #include "interaction/IntCorrelator.h"
@@ -21,25 +20,20 @@
 namespace {
 
 using namespace Quenvale::Interceptor::SDK;
+using harness::Beside;
+using harness::kLimit;
 using harness::thrown;
-
-constexpr std::chrono::seconds kLimit{60};
 
 struct Correlation : harness::CallTest {};
 using IntCorrMapTest = Correlation;
 using IntCorrTlsStackTest = Correlation;
-
-template <class F>
-void onOtherThread(F action) {
-    std::thread(action).join();
-}
 
 TEST_F(Correlation, CallsNestOnTheirThread) {
     auto outer = newServer();
     auto inner = newServer();
     auto client = newClient();
     EXPECT_EQ(onThread(true), client.get()) << "neither kind hides the other";
-    onOtherThread([] { EXPECT_EQ(onThread(), nullptr); });
+    harness::onThreads([] { EXPECT_EQ(onThread(), nullptr); });
     outer->end();
     EXPECT_EQ(onThread(), inner.get()) << "only the top can be popped";
     inner->end();
@@ -51,7 +45,7 @@ TEST_F(Correlation, CallsNestOnTheirThread) {
 
 TEST_F(Correlation, KeysReachAcrossThreads) {
     auto server = newServer("a");
-    onOtherThread([&] {
+    harness::onThreads([&] {
         EXPECT_EQ(Interaction::get("a", false), server.get());
         EXPECT_EQ(Interaction::get("b", false), nullptr);
     });
@@ -107,21 +101,13 @@ TEST_F(Correlation, NothingLeadsToADestroyedInteraction) {
     server->storeLocalKey("b");
     correlator->putServer(server.get(), "c");
     correlator->putClient(server.get(), nullptr);
-    std::promise<void> isPut;
-    std::promise<void> isGone;
-    std::thread other([&] {
-        correlator->putServer(server.get(), nullptr);
-        isPut.set_value();
-        EXPECT_EQ(isGone.get_future().wait_for(kLimit), std::future_status::ready);
-        EXPECT_EQ(onThread(), nullptr);
-    });
-    EXPECT_EQ(isPut.get_future().wait_for(kLimit), std::future_status::ready);
+    Beside other([&] { correlator->putServer(server.get(), nullptr); },
+                 [] { EXPECT_EQ(onThread(), nullptr); });
     // What is popped here serves the next call, so that the way to what lies below it is lost.
     correlator->dropValue(server.get(), true);
     auto above = newServer();
     server.reset();
-    isGone.set_value();
-    other.join();
+    other.end();
     EXPECT_EQ(onThread(true), nullptr);
     for (const char* key : {"a", "b", "c"}) EXPECT_EQ(Interaction::get(key, false), nullptr);
     EXPECT_EQ(onThread(), above.get());
@@ -150,7 +136,7 @@ TEST_F(Correlation, CallsWorkWhileTheThreadEnds) {
             EXPECT_EQ(ThreadStacks::ofThread(), nullptr) << "no later notice may come";
     };
     ASSERT_EQ(pthread_key_create(&key, atThreadEnd), 0);
-    onOtherThread([] {
+    harness::onThreads([] {
         pthread_setspecific(key, &key);
         newServer()->end();
     });
@@ -169,7 +155,7 @@ TEST_F(Correlation, PlacesServeAgainWhereverACallGoes) {
         if (i % 2 == 0)
             older.reset();
         else
-            onOtherThread([&] { older.reset(); });
+            harness::onThreads([&] { older.reset(); });
         EXPECT_EQ(onThread(), newest.get());
     }
     EXPECT_LE(places.size(), 3u);
@@ -211,6 +197,7 @@ TEST_F(Correlation, InteractionsGoWhileThreadsEnd) {
         std::vector<Server> servers(kThreads);
         std::vector<std::promise<void>> ends(kThreads);
         std::vector<std::thread> threads;
+        threads.reserve(kThreads);
         for (int n = 0; n < kThreads; ++n)
             threads.emplace_back([&server = servers[n], &isEnding = ends[n]] {
                 server = newServer("shared");
@@ -272,7 +259,7 @@ TEST_F(IntCorrTlsStackTest, AnswersForTheCallingThreadOnly) {
     EXPECT_EQ(stack.peekInteraction(outer.get(), true), nullptr);
     EXPECT_EQ(stack.peekInteraction(inner.get(), true), inner.get());
     EXPECT_EQ(stack.popInteraction(outer.get(), true), nullptr);
-    onOtherThread([&, name = stack.getTID()] {
+    harness::onThreads([&, name = stack.getTID()] {
         EXPECT_FALSE(stack.hasInteraction(inner.get()));
         EXPECT_EQ(stack.popInteraction(inner.get(), true), nullptr);
         EXPECT_NE(stack.getTID(), name);

@@ -1,13 +1,7 @@
 #include "interaction/Interaction.h"
 
-#include <gtest/gtest.h>
-
-#include <climits>
-#include <thread>
-
 #include "config/InterceptorConfig.h"
 #include "harness/CallTest.h"
-#include "harness/TextReader.h"
 
 namespace {
 
@@ -151,14 +145,11 @@ TEST_F(InteractionTest, UnfinishedCallIsReportedByItsDestructor) {
             for (const bool isClient : {true, false})
                 EXPECT_EQ(Interaction::get(key, isClient), nullptr) << key;
     }
-}
-
-TEST_F(InteractionTest, NothingLeavesADestructor) {
-    auto call = make(kServer);
-    call->itsGroupName = Util::String();
-    call->itsState = 1;  // As a record may say that was never analysed.
-    call.reset();
-    EXPECT_EQ(reports(), "");
+    auto nameless = make(kServer);
+    nameless->itsGroupName = Util::String();
+    nameless->itsState = 1;  // As a record may say that was never analysed.
+    nameless.reset();
+    EXPECT_EQ(reports(), "") << "and nothing leaves a destructor";
 }
 
 TEST_F(InteractionTest, WithoutUplinkReportsAreDropped) {
@@ -200,7 +191,7 @@ TEST_F(InteractionTest, DetachedCallGoesOnOnAnotherThread) {
     EXPECT_EQ(Interaction::attach(&noCall), nullptr);
 }
 
-TEST_F(InteractionTest, FailureIsTheMessage) {
+TEST_F(InteractionTest, FieldsNeedNameAndValueAndAFailureATextOrNone) {
     Interaction call;
     call.setFailure(nullptr);
     EXPECT_EQ(text(call.itsFailure), "NIL");
@@ -209,10 +200,6 @@ TEST_F(InteractionTest, FailureIsTheMessage) {
     EXPECT_EQ(text(call.itsFailure), "broken");
     call.setFailure(&none);
     EXPECT_EQ(text(call.itsFailure), "Fault: exception (no message)");
-}
-
-TEST_F(InteractionTest, FieldsNeedNameAndValue) {
-    Interaction call;
     call.setMsgField("", "v", true);
     call.setMsgField("n", "", true);
     call.addFlowFieldsToPropagate(nullptr);

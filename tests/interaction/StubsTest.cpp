@@ -1,10 +1,4 @@
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <memory>
-
-#include "harness/shown.h"
-#include "harness/thrown.h"
+#include "harness/values.h"
 #include "interaction/Interaction.h"
 #include "util/identifiers.h"
 
@@ -34,7 +28,7 @@ struct Configured : Interaction {
     int asked = 0;
 };
 
-TEST(Stubs, GroupIDsAreShortPrintableTexts) {
+TEST(Stubs, GroupIDsAreShortPrintableTextsAndLateValuesAreStored) {
     const std::string longest(32, 'g');
     const struct {
         const char* why;
@@ -53,17 +47,15 @@ TEST(Stubs, GroupIDsAreShortPrintableTexts) {
         EXPECT_EQ(harness::thrown([&] { stub.setGroupID(row.id); }), row.error);
         EXPECT_EQ(text(stub.itsGroupID), row.error == "nothing" ? text(row.id) : "old");
     }
-}
-
-TEST(Stubs, LateValuesAreStored) {
-    InteractionStub stub;
-    stub.itsState = 1;
-    stub.itIsLoaded = true;
-    stub.setUrl("u");
-    stub.setOpID("o");
-    stub.setUpstreamInteractionID("i");
-    EXPECT_EQ(text(stub.itsUrl + stub.itsOpID + stub.itsUpstreamInteractionID), "uoi");
-    EXPECT_EQ(text(stub.itsDebugInfo), "NIL");
+    InteractionStub late;
+    late.itsState = 1;
+    late.itIsLoaded = true;
+    late.setUrl("u");
+    late.setOpID("o");
+    late.setUpstreamInteractionID("i");
+    EXPECT_EQ(text(late.itsUrl + late.itsOpID + late.itsUpstreamInteractionID), "uoi")
+        << "values are stored at any stage";
+    EXPECT_EQ(text(late.itsDebugInfo), "NIL");
 }
 
 // The level is read once in a process, so each of these runs in one of its own.
@@ -212,7 +204,7 @@ TEST(Stubs, GroupComesFromWhatIsGiven) {
     }
 }
 
-TEST(Stubs, AnEntryReplacesTheIdentifiers) {
+TEST(Stubs, AnEntryReplacesTheIdentifiersAndANamelessCallHasNone) {
     Configured call;
     call.itsGroupName = "g";
     call.itsServiceID = "declared";
@@ -223,15 +215,13 @@ TEST(Stubs, AnEntryReplacesTheIdentifiers) {
     EXPECT_EQ(text(call.itsGroupID + call.itsServiceID + call.itsOpID), "GSO");
     EXPECT_TRUE(call.itIncludesPayload && call.itComputesPath);
     EXPECT_EQ(call.itsSvcType, 0) << "left alone once the request is out";
-}
 
-TEST(Stubs, ANamelessCallIsNotDecided) {
-    Configured call;
-    EXPECT_THROW(call.loadFromCache(), const char*);
-    EXPECT_TRUE(call.itIsLoaded);
-    EXPECT_NO_THROW(call.loadFromCache()) << "it acts once";
-    EXPECT_THROW(call.computeDefaultGroupData(), const char*);
-    EXPECT_EQ(call.asked, 0);
+    Configured nameless;
+    EXPECT_THROW(nameless.loadFromCache(), const char*);
+    EXPECT_TRUE(nameless.itIsLoaded);
+    EXPECT_NO_THROW(nameless.loadFromCache()) << "it acts once";
+    EXPECT_THROW(nameless.computeDefaultGroupData(), const char*);
+    EXPECT_EQ(nameless.asked, 0);
 
     InteractionStub stub;
     stub.itsGroupName = "g";

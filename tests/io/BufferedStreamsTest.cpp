@@ -1,9 +1,4 @@
-#include <gtest/gtest.h>
-
-#include <climits>
-
-#include "harness/bytes.h"
-#include "harness/thrown.h"
+#include "harness/values.h"
 #include "io/BufferedInputStream.h"
 #include "io/BufferedOutputStream.h"
 #include "io/TestInputStream.h"
@@ -21,7 +16,7 @@ std::string read(IO::InputStream& in, int length) {
     return came < 0 ? "<end>" : text.substr(0, static_cast<unsigned>(came));
 }
 
-TEST(BufferedInputStream, OneReadOfTheSourceServesManyCalls) {
+TEST(BufferedInputStream, OneReadOfTheSourceServesManyCallsUpToItsEnd) {
     IO::TestInputStream source("abcdefgh");
     source.itsReady = 6;
     IO::BufferedInputStream in(&source, 16);
@@ -33,15 +28,13 @@ TEST(BufferedInputStream, OneReadOfTheSourceServesManyCalls) {
     EXPECT_EQ(read(in, 9), "<end>");
     EXPECT_EQ(in.available(), -1);
     EXPECT_EQ(source.itsRequests, std::vector<int>{6});
-}
 
-TEST(BufferedInputStream, AnEndBehindBufferedBytesIsTheEnd) {
-    IO::TestInputStream source("abc");
-    source.itsReady = 3;
-    IO::BufferedInputStream in(&source, 16);
+    IO::TestInputStream ending("abc");
+    ending.itsReady = 3;
+    in.init(&ending, 16);
     EXPECT_EQ(read(in, 1), "a");
-    source.itsReady = 0;
-    EXPECT_EQ(read(in, 5), "<end>");
+    ending.itsReady = 0;
+    EXPECT_EQ(read(in, 5), "<end>") << "behind buffered bytes too";
 
     IO::TestInputStream silent("abc");
     silent.itsReady = 3;

@@ -1,12 +1,9 @@
-#include <gtest/gtest.h>
-
-#include <cstring>
-
-#include "harness/bytes.h"
-#include "harness/thrown.h"
+// What the streams' self-check leaves open, which TestStreamsTest.cpp runs: ends, owners, refusals.
+#include "harness/values.h"
 #include "io/ByteArrayInputStream.h"
 #include "io/ByteInputStream.h"
 #include "io/ByteOutputStream.h"
+#include "io/ChunkedByteArrayOutputStream.h"
 
 namespace {
 
@@ -77,9 +74,6 @@ TEST(ByteOutputStream, DoublesAsOftenAsItTakes) {
         ASSERT_EQ(out.getCount(), row.length);
         EXPECT_EQ(std::memcmp(out.getBuffer(), ("a" + text).data(), text.size() + 1), 0);
     }
-}
-
-TEST(ByteOutputStream, Refusals) {
     unsigned char byte = 0;
     IO::ByteOutputStream out(1);
     EXPECT_EQ(thrown([&] { out.initBuffer(0); }), "buffer size < 1.");
@@ -93,6 +87,68 @@ TEST(ByteOutputStream, Refusals) {
     out.closeStream();
     EXPECT_EQ(thrown([&] { out.writeByte(1); }), "IOException: Stream is closed.");
     EXPECT_EQ(thrown([&] { out.initBuffer(1); }), "RuntimeException: Stream is closed.");
+}
+
+// "owned" or "borrowed" and the bytes, which are released.
+std::string taken(Util::ByteArray array) {
+    std::string text = array.owned ? "owned" : "borrowed";
+    text += array.data == nullptr ? " null" : ":" + harness::textOf(array.data, array.length);
+    array.releaseContent();
+    return text;
+}
+
+TEST(ChunkedByteArrayOutputStream, ContentIsJoinedOnDemandAndHandedOverOnce) {
+    const struct {
+        const char* why;
+        int size;
+        std::vector<std::string> writes;
+        const char* copied;
+        const char* transferred;
+    } rows[] = {
+        {"no first buffer and no content", 0, {}, "owned:", "borrowed null"},
+        {"nothing in a buffer", 4, {}, "owned:", "owned null"},
+        {"an empty write adds no buffer", 1, {"a", "", ""}, "owned:a", "owned:a"},
+        {"a single full buffer goes as it is", 4, {"ab", "cd"}, "owned:abcd", "owned:abcd"},
+        {"a single one with room left gives nothing", 4, {"abc"}, "owned:abc", "owned null"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        IO::ChunkedByteArrayOutputStream out(row.size);
+        for (std::string each : row.writes)
+            out.write(bytesOf(each), 0, static_cast<int>(each.size()));
+        EXPECT_EQ(taken(out.toByteArray()), row.copied);
+        EXPECT_EQ(taken(out.toByteArray()), row.copied) << "it stays usable";
+        EXPECT_EQ(taken(out.transferContent()), row.transferred);
+        EXPECT_EQ(thrown([&] { out.transferContent(); }), "IOException: stream is closed.");
+    }
+    std::string text = "..abcd";
+    IO::ChunkedByteArrayOutputStream full(4);
+    full.write(bytesOf(text), 2, 4);
+    const Util::ByteArray copy = full.toByteArray();
+    const Util::ByteArray moved = full.transferContent();
+    EXPECT_NE(moved.data, copy.data);
+    EXPECT_EQ(taken(copy), taken(moved));
+    full.closeStream();
+}
+
+TEST(ChunkedByteArrayOutputStream, Refusals) {
+    unsigned char byte = 0;
+    EXPECT_EQ(thrown([] { const IO::ChunkedByteArrayOutputStream out(-1); }),
+              "IllegalArgumentException: Negative initial size: ");
+    IO::ChunkedByteArrayOutputStream out(1);
+    EXPECT_EQ(thrown([&] { out.write(nullptr, 0, 1); }), "NULL buffer");
+    EXPECT_EQ(thrown([&] { out.write(nullptr, 0, 0); }), "nothing");
+    EXPECT_EQ(thrown([&] { out.write(&byte, 0, -1); }), "nothing");
+    out.writeByte(1);
+    EXPECT_EQ(thrown([&] { out.write(&byte, 0, INT_MAX); }),
+              "IOException: Buffer too long: 2147483648");
+    out.closeStream();
+    out.closeStream();
+    out.flush();
+    const std::string closed = "IOException: stream is closed.";
+    EXPECT_EQ(thrown([&] { out.writeByte(1); }), closed);
+    EXPECT_EQ(thrown([&] { out.write(&byte, 0, 0); }), closed);
+    EXPECT_EQ(thrown([&] { out.toByteArray(); }), closed);
 }
 
 }  // namespace

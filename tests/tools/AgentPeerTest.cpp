@@ -1,10 +1,5 @@
 #include "agent/AgentPeer.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <thread>
-
 #include "Bytes.h"
 #include "agent/Wire.h"
 #include "harness/loopback.h"
@@ -86,7 +81,7 @@ TEST_F(AgentPeerTest, GreetsASubscriberAndTellsItWhatItIsTold) {
     EXPECT_EQ(later.client.receive(6), bytes("04 04 'new' 00"));
 }
 
-TEST_F(AgentPeerTest, KeepsEventsInTheOrderOfTheirArrivalFromEitherPort) {
+TEST_F(AgentPeerTest, KeepsEventsInTheOrderOfTheirArrivalAndClosesByRole) {
     startWith(PeerSettings());
     Meeting first(agent->eventsPort());
     first.client.send(plainMessage() + plainMessage());
@@ -103,6 +98,15 @@ TEST_F(AgentPeerTest, KeepsEventsInTheOrderOfTheirArrivalFromEitherPort) {
     EXPECT_EQ(counters.eventStreams, 2);
     EXPECT_EQ(counters.controlConnections, 1);
     EXPECT_EQ(counters.bytes, 2 * (kHello.size() + kAnswer.size()) + 3 * plainMessage().size());
+
+    Meeting watcher(agent->controlPort());
+    subscribe(watcher.client, 1);
+    EXPECT_EQ(agent->closeConnections(Role::EventStream, true), 2);
+    EXPECT_EQ(first.client.outcome(), "reset");
+    EXPECT_EQ(agent->counters().openConnections, 1);
+    EXPECT_EQ(agent->closeConnections(Role::Watcher), 1);
+    watcher.client.receive(1 + 1 + agent->config().size() + 1);
+    EXPECT_EQ(watcher.client.outcome(), "end");
 }
 
 TEST_F(AgentPeerTest, RefusesWhatIsNoHandshake) {
@@ -220,7 +224,7 @@ TEST_F(AgentPeerTest, MisbehavesAsAsked) {
     EXPECT_EQ(spared.accept, "\x01");
 }
 
-TEST_F(AgentPeerTest, StaysSilentAndStillReads) {
+TEST_F(AgentPeerTest, StaysSilentAndReadsSlowlyOrNotAtAll) {
     startWith(PeerSettings());
     Faults faults;
     faults.silentId = faults.silentAccept = faults.withholdConfig = true;
@@ -231,36 +235,18 @@ TEST_F(AgentPeerTest, StaysSilentAndStillReads) {
     agent->sendRaw("!");
     EXPECT_EQ(client.receive(1), "!") << "neither id nor accept byte nor configuration";
     EXPECT_EQ(agent->counters().handshakes, 0);
-}
-
-TEST_F(AgentPeerTest, ReadsSlowlyAndPauses) {
-    startWith(PeerSettings());
-    Faults faults;
+    faults = Faults();
     faults.readChunk = 7;
     faults.readPauseMs = 1;
     agent->setFaults(faults, Port::Events);
     agent->pauseReading(true);
-    RawSocket client(Loopback::connectTo(agent->eventsPort()));
-    client.send(kHello + kAnswer + plainMessage());
+    const auto before = agent->counters().bytes;
+    RawSocket slow(Loopback::connectTo(agent->eventsPort()));
+    slow.send(kHello + kAnswer + plainMessage());
     ASSERT_TRUE(agent->waitFor([](const Counters& c) { return c.eventConnections == 1; }, kLimit));
-    EXPECT_EQ(agent->counters().bytes, 0u);
+    EXPECT_EQ(agent->counters().bytes, before);
     agent->pauseReading(false);
     EXPECT_EQ(agent->waitForEvents(1, kLimit).size(), 1u);
-}
-
-TEST_F(AgentPeerTest, ClosesConnectionsByTheirRole) {
-    startWith(PeerSettings());
-    Meeting watcher(agent->controlPort());
-    subscribe(watcher.client, 1);
-    Meeting stream(agent->eventsPort());
-    stream.client.send(plainMessage());
-    ASSERT_EQ(agent->waitForEvents(1, kLimit).size(), 1u);
-    EXPECT_EQ(agent->closeConnections(Role::EventStream, true), 1);
-    EXPECT_EQ(stream.client.outcome(), "reset");
-    EXPECT_EQ(agent->counters().openConnections, 1);
-    EXPECT_EQ(agent->closeConnections(Role::Watcher), 1);
-    watcher.client.receive(1 + 1 + agent->config().size() + 1);
-    EXPECT_EQ(watcher.client.outcome(), "end");
 }
 
 TEST_F(AgentPeerTest, ComesBackOnItsPortsWithWhatItKnew) {

@@ -1,19 +1,11 @@
-// The parts of qz-agent around the peer: configuration texts, options, and what is printed.
-
-#include <gtest/gtest.h>
-
-#include <cstdio>
+// The parts of qz-agent around the peer: configuration texts, options, and what can be printed.
 #include <fstream>
 #include <iterator>
-#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "Bytes.h"
 #include "agent/ConfigFile.h"
 #include "agent/ConfigText.h"
-#include "agent/EventDecoder.h"
-#include "agent/EventJson.h"
-#include "agent/EventText.h"
 #include "agent/Options.h"
 #include "agent/Printable.h"
 
@@ -39,9 +31,6 @@ TEST(ConfigText, PutsEachLineInItsPlace) {
               "1\ng\ns\no\n2\n\n\n\nc\n\n\n1\n\n\nx\ncp\n1\n\np\n\n1\np1\n2\nf1\nf2\n");
     EXPECT_EQ(portOfConfig(config.text()), 7);
     EXPECT_EQ(portOfConfig(ConfigText::reportAll("h", 12).text()), 12);
-}
-
-TEST(ConfigText, FindsNoPortWhereThereIsNone) {
     for (const char* text : {"", "host\n", "host\nport\n", "host\n65536\n", "trustKey=k\n12\n"})
         EXPECT_EQ(portOfConfig(text), std::nullopt) << text;
 }
@@ -129,66 +118,6 @@ TEST(Printable, TellsTextFromBytes) {
     }
     EXPECT_EQ(base64("a") + base64("ab") + base64(bytes("00 FF FE")), "YQ==YWI=AP/+");
     EXPECT_EQ(latin1ToUtf8(bytes("'a' e9 ff")), bytes("'a' c3 a9 c3 bf"));
-}
-
-ReceivedEvent sample() {
-    const std::string data = eventBytes(
-        0x00,
-        kMark | 0x4 | 0x1 | 0x4000 | 0x80000 | 1ull << 33 | 1ull << 36 | 1ull << 39 | 1ull << 40,
-        bytes("00000001'f' 01 7FFFFFFFFFFFFFFF 00000002'/'e9 00000001's' 00000001 00000001'k' "
-              "00000000"
-              "00000002 00000001'c' 0000000000000005 00000001 00000001'n'"),
-        2);
-    ReceivedEvent received;
-    received.arrival = 3;
-    received.connection = 2;
-    received.contentType = "text/xml";
-    DecodeError error;
-    EXPECT_TRUE(decodeEvent(reinterpret_cast<const unsigned char*>(data.data()), data.size(),
-                            received.event, received.payload, error))
-        << error.reason;
-    return received;
-}
-
-TEST(EventJson, NamesEveryFieldOnOneLine) {
-    ReceivedEvent received = sample();
-    received.payload = "<\n";
-    const std::string line = jsonOf(received);
-    EXPECT_EQ(line.find('\n'), std::string::npos);
-    const auto wanted = nlohmann::json::parse(R"({
-        "type": "event", "arrival": 3, "connection": 2, "kind": "request", "side": "server", "flagsByte": 0,
-        "flags": {"reply": false, "client": false, "lowPriority": false, "failure": false, "oneWay": false,
-                  "create": false, "event": false, "whole": false},
-        "eventTag": 1, "totalSize": 87, "eventSize": 85, "mask": "0x99200084005",
-        "flowID": "f", "formatMark": 1, "time": 9223372036854775807, "url": "/é", "subNode": "s",
-        "msgFields": {"k": ""}, "incomingCount": 2, "incomingCheckpoints": [{"name": "c", "elapsed": 5}],
-        "newCheckpoints": ["n"], "payload": "<\n", "payloadEncoding": "text", "contentType": "text/xml",
-        "latin1": ["url"]})");
-    EXPECT_EQ(nlohmann::json::parse(line), wanted) << line;
-    received.payload = bytes("00 01");
-    const auto binary = nlohmann::json::parse(jsonOf(received));
-    EXPECT_EQ(binary["payload"], "AAE=");
-    EXPECT_EQ(binary["payloadEncoding"], "base64");
-}
-
-TEST(EventText, ShowsAnEventToAReader) {
-    ReceivedEvent received = sample();
-    received.payload = bytes("'x' 00");
-    EXPECT_EQ(
-        textOf(received),
-        "#3 server request /\\xe9  (connection 2, tag 1, 85 of 87 bytes, mask 0x99200084005)\n"
-        "    flowID                f\n"
-        "    formatMark            1\n"
-        "    time                  9223372036854775807\n"
-        "    url                   /\\xe9\n"
-        "    subNode               s\n"
-        "    msgField              k = \n"
-        "    incomingCheckpoint    c 5\n"
-        "    incomingCount         2\n"
-        "    newCheckpoint         n\n"
-        "    payload               2 bytes, text/xml: x\\x00\n");
-    EXPECT_EQ(textOf(MalformedReport{4, 120, 21, "why"}),
-              "malformed: connection 4, byte 120, byte 21 of its event: why\n");
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 #pragma once
 
-#include <cstdlib>
-#include <string>
+#include "harness/test.h"
 
 /// Bytes written by hand: pairs of hexadecimal digits and 'texts', blanks between them. A zero byte
 /// repeated is 00*N.
@@ -27,19 +26,13 @@ inline std::string bytes(const std::string& written) {
     return out;
 }
 
-inline std::string bigEndian(unsigned long long value, int width) {
-    std::string out;
-    for (int shift = (width - 1) * 8; shift >= 0; shift -= 8)
-        out.push_back(static_cast<char>(value >> shift));
-    return out;
-}
-
 /// An event with honest sizes around the fields given; the format mark is one of the fields.
 inline std::string eventBytes(int flags, unsigned long long mask, const std::string& fields,
-                              std::size_t payload = 0) {
-    const std::size_t size = 21 + fields.size();
-    return bigEndian(static_cast<unsigned>(flags), 1) + bigEndian(1, 4) +
-           bigEndian(size + payload, 4) + bigEndian(size, 4) + bigEndian(mask, 8) + fields;
+                              int payload = 0) {
+    using harness::bigEndian;
+    const long long size = 21 + static_cast<long long>(fields.size());
+    return bigEndian(flags, 1) + bigEndian(1, 4) + bigEndian(size + payload, 4) +
+           bigEndian(size, 4) + bigEndian(static_cast<long long>(mask), 8) + fields;
 }
 
 constexpr unsigned long long kMark = 1ull << 43;  // mask bit of the format mark

@@ -1,23 +1,16 @@
 // What is told of a configuration text. That it is also read so stands in
 // tests/config/ConfigAgreementTest.cpp, beside the library's own reader.
-
 #include "agent/ConfigCheck.h"
 
-#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <sstream>
-#include <string>
-#include <vector>
 
 #include "agent/ConfigReading.h"
 #include "agent/ConfigText.h"
+#include "harness/test.h"
 
 namespace {
 
@@ -152,7 +145,7 @@ TEST(ConfigCheck, FindsWhatWillNotDoWhatItsAuthorThinks) {
     }
 }
 
-TEST(ConfigCheck, ReadsBackWhatTheAgentWrites) {
+TEST(ConfigCheck, ReadsBackWhatTheAgentWritesAndThePageShows) {
     for (const std::string& text : {ConfigText::reportAll("h", 12).text(), trust("k", "true", "3")})
         EXPECT_EQ(findingsOf(text), std::vector<std::string>());
     const std::string example = contentOf(QZ_DOCS "/examples/all-rows.conf");
@@ -160,12 +153,8 @@ TEST(ConfigCheck, ReadsBackWhatTheAgentWrites) {
     EXPECT_EQ(reading.config.text(), example);
     EXPECT_EQ(reading.config.serverFilters.size(), 2u);
     EXPECT_EQ(reading.config.checkpointFilters[1].name, "quoted");
-}
-
-// The page shows the file with a comment behind a bar in each line.
-TEST(ConfigCheck, FindsNothingOddInThePagesExample) {
-    const std::string example = contentOf(QZ_DOCS "/examples/all-rows.conf");
     EXPECT_EQ(findingsOf(example), std::vector<std::string>());
+    // The page shows the file with a comment behind a bar in each line.
     std::istringstream page(contentOf(QZ_DOCS "/operating.md"));
     std::string shown;
     for (std::string line; std::getline(page, line);) {

@@ -1,27 +1,27 @@
+// An event's bytes, and what is shown of it.
 #include "agent/EventDecoder.h"
 
-#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include "Bytes.h"
+#include "agent/EventJson.h"
+#include "agent/EventText.h"
 
 namespace {
 
-using QZAgent::Event;
-using QZAgent::EventKind;
+using namespace QZAgent;
 
-struct Decoded {
-    bool good;
-    Event event;
-    std::string payload;
-    QZAgent::DecodeError error;
+struct Decoded : ReceivedEvent {
+    bool good = false;
+    DecodeError error;
 };
 
 Decoded decode(const std::string& data) {
     Decoded result;
     // A copy of exactly that size, so that a sanitizer sees a read past the end.
     const std::vector<unsigned char> exact(data.begin(), data.end());
-    result.good = QZAgent::decodeEvent(exact.data(), exact.size(), result.event, result.payload,
-                                       result.error);
+    result.good =
+        decodeEvent(exact.data(), exact.size(), result.event, result.payload, result.error);
     return result;
 }
 
@@ -31,71 +31,77 @@ unsigned long long mask(std::initializer_list<int> bits) {
     return sum;
 }
 
-TEST(EventDecoder, TakesTheSmallestEvent) {
-    const Decoded got = decode(smallestEvent());
-    ASSERT_TRUE(got.good) << got.error.reason;
-    EXPECT_EQ(got.event.kind(), EventKind::Reply);
-    EXPECT_EQ(got.event.totalSize, 22u);
-    EXPECT_FALSE(got.event.flowID || got.event.time || got.event.url || got.event.hasPayload());
-}
-
 // Every field of a server's request, in the order of the bytes, which is not the order of the bits.
-TEST(EventDecoder, TakesEachFieldOfARequestInItsPlace) {
+TEST(EventDecoder, TakesEachFieldOfARequestInItsPlaceAndShowsIt) {
     const std::string data = eventBytes(
         0x74,
-        mask({2,  5,  46, 0,  25, 26, 27, 28, 20, 3,  4,  6,  7,  14, 8,  9,  10, 11, 12, 13,
+        mask({2,  5,  46, 0,  25, 26, 27, 28, 20, 3,  4,  6,  7,  14, 8,  9,  10, 11, 12, 13, 19,
               44, 15, 16, 42, 38, 17, 48, 49, 21, 45, 22, 23, 24, 32, 41, 34, 33, 36, 39, 40}),
         bytes("00000001'f' 01 00000001'i' 00000001'u' 0000000000000102 0000000000000003 "
-              "FFFFFFFFFFFFFFFF"
-              "7FFFFFFFFFFFFFFF 8000000000000000 00000001'd' 00000001'p' 00000002'a1' 00000001'l' "
-              "FFFFFFFE"
-              "00000002'/u' 00000001's' 00000002's1' 00000002'gn' 00000002'sn' 00000002'on' "
-              "00000002'gi'"
-              "00000002'si' 00000002'sa' 00000002'oi' 00000002'oo' 00000002'la' 00000002'pa' "
-              "00000002'ce'"
-              "00000002'cr' FF04 0102 0008 FF80 0001 00000003'pid' 00000004'ppid' 00000002'a2' "
-              "00000003'sub'"
-              "00000002 00000001'k' 00000001'v' 00000000 00000000"
-              "00000001 00000002'c1' 0000000000000007 00000002 00000002'n1' 00000000"));
-    const Decoded got = decode(data);
+              "FFFFFFFFFFFFFFFF 7FFFFFFFFFFFFFFF 8000000000000000 00000001'd' 00000001'p' "
+              "00000002'a1' 00000001'l' FFFFFFFE 00000002'/'e9 00000001's' 00000002's1' "
+              "00000002'gn' 00000002'sn' 00000002'on' 00000002'gi' 00000002'si' 00000002'sa' "
+              "00000002'oi' 00000002'oo' 00000002'la' 00000002'pa' 00000002'ce' 00000002'cr' "
+              "FF04 0102 0008 FF80 0001 00000003'pid' 00000004'ppid' 00000002'a2' 00000003'sub' "
+              "00000002 00000001'k' 00000001'v' 00000000 00000000 "
+              "00000002 00000002'c1' 0000000000000007 00000002 00000002'n1' 00000000"),
+        2);
+    Decoded got = decode(data);
     ASSERT_TRUE(got.good) << got.error.offset << ": " << got.error.reason;
-    const Event& event = got.event;
-    EXPECT_EQ(event.kind(), EventKind::Request);
-    EXPECT_TRUE(event.hasFlag(Event::LOW_PRIORITY) && event.hasFlag(Event::ONE_WAY));
-    EXPECT_TRUE(event.hasFlag(Event::CREATE) && event.hasFlag(Event::EVENT));
-    const struct {
-        const std::optional<std::string>& text;
-        const char* wanted;
-    } texts[] = {
-        {event.flowID, "f"},         {event.interactionID, "i"}, {event.upstreamInteractionID, "u"},
-        {event.debugInfo, "d"},      {event.parentID, "p"},      {event.flowAttr1, "a1"},
-        {event.locus, "l"},          {event.url, "/u"},          {event.securityID, "s"},
-        {event.securityAttr1, "s1"}, {event.groupName, "gn"},    {event.serviceName, "sn"},
-        {event.opName, "on"},        {event.groupID, "gi"},      {event.serviceID, "si"},
-        {event.siteAttr, "sa"},      {event.opID, "oi"},         {event.otherOpID, "oo"},
-        {event.localAddr, "la"},     {event.peerAddr, "pa"},     {event.calleeAddr, "ce"},
-        {event.callerAddr, "cr"},    {event.pathID, "pid"},      {event.pPathID, "ppid"},
-        {event.flowAttr2, "a2"},     {event.subNode, "sub"}};
-    for (const auto& row : texts) EXPECT_EQ(row.text, row.wanted);
-    const struct {
-        long long number, wanted;
-    } numbers[] = {{*event.time, 0x102},      {*event.msgSize, 3},
-                   {*event.sizeB, -1},        {*event.sizeC, INT64_MAX},
-                   {*event.sizeD, INT64_MIN}, {*event.sequenceNumber, -2},
-                   {*event.peerType, -252},   {*event.platformType, 0x102},
-                   {*event.appType, 8},       {*event.svcType, -128},
-                   {*event.opType, 1}};
-    for (const auto& row : numbers) EXPECT_EQ(row.number, row.wanted);
-    ASSERT_EQ(event.msgFields.size(), 2u);
-    EXPECT_EQ(*event.msgField("k"), "v");
-    EXPECT_EQ(*event.msgField(""), "");
-    ASSERT_EQ(event.incomingCheckpoints.size(), 1u);
-    EXPECT_EQ(event.incomingCheckpoints[0].name, "c1");
-    EXPECT_EQ(event.incomingCheckpoints[0].elapsed, 7);
-    EXPECT_EQ(event.newCheckpoints, (std::vector<std::string>{"n1", ""}));
+    EXPECT_TRUE(*got.event.msgField("k") == "v" && *got.event.msgField("") == "");
+    EXPECT_TRUE(got.event.upstreamInteractionID == "u" && got.event.parentID == "p");
+    EXPECT_TRUE(got.event.opName == "on" && got.event.opID == "oi" && got.event.otherOpID == "oo");
+    EXPECT_TRUE(got.event.peerAddr == "pa" && got.event.calleeAddr == "ce");
+    got.arrival = 3;
+    got.connection = 2;
+    got.contentType = "text/xml";
+    got.payload = "<\n";
+    const std::string line = jsonOf(got);
+    EXPECT_EQ(line.find('\n'), std::string::npos);
+    const auto wanted = nlohmann::json::parse(
+        R"({ "type": "event", "arrival": 3, "connection": 2, "kind": "request", "side": "server",
+        "flagsByte": 116, "flags": {"reply": false, "client": false, "lowPriority": true,
+        "failure": false, "oneWay": true, "create": true, "event": true, "whole": false},
+        "eventTag": 1, "totalSize": 285, "eventSize": 283, "mask": "0x37fd71ffbfffd",
+        "flowID": "f", "formatMark": 1, "interactionID": "i", "upstreamInteractionID": "u",
+        "time": 258, "msgSize": 3, "sizeB": -1, "sizeC": 9223372036854775807,
+        "sizeD": -9223372036854775808, "debugInfo": "d", "parentID": "p", "flowAttr1": "a1",
+        "locus": "l", "sequenceNumber": -2, "url": "/é", "securityID": "s", "securityAttr1": "s1",
+        "groupName": "gn", "serviceName": "sn", "opName": "on", "groupID": "gi", "serviceID": "si",
+        "siteAttr": "sa", "opID": "oi", "otherOpID": "oo", "localAddr": "la", "peerAddr": "pa",
+        "calleeAddr": "ce", "callerAddr": "cr", "peerType": -252, "platformType": 258,
+        "appType": 8, "svcType": -128, "opType": 1, "pathID": "pid", "pPathID": "ppid",
+        "flowAttr2": "a2", "subNode": "sub", "msgFields": {"k": "v", "": ""}, "incomingCount": 2,
+        "incomingCheckpoints": [{"name": "c1", "elapsed": 7}], "newCheckpoints": ["n1", ""],
+        "payload": "<\n", "payloadEncoding": "text", "contentType": "text/xml",
+        "latin1": ["url"]})");
+    EXPECT_EQ(nlohmann::json::parse(line), wanted) << line;
+    got.payload = bytes("00 01");
+    const auto binary = nlohmann::json::parse(jsonOf(got));
+    EXPECT_EQ(binary["payload"], "AAE=");
+    EXPECT_EQ(binary["payloadEncoding"], "base64");
+
+    const std::string text = textOf(got);
+    for (const char* const part :
+         {"#3 server request on /\\xe9 low-priority one-way create event  (connection 2, tag 1, ",
+          "283 of 285 bytes, mask 0x37fd71ffbfffd)\n    flowID                f\n",
+          "\n    url                   /\\xe9\n", "\n    sizeB                 -1\n",
+          "\n    msgField              k = v\n", "\n    msgField               = \n",
+          "\n    incomingCheckpoint    c1 7\n", "\n    incomingCount         2\n",
+          "\n    newCheckpoint         n1\n", "\n    newCheckpoint         \n",
+          "\n    payload               2 bytes, text/xml: \\x00\\x01\n"})
+        EXPECT_NE(text.find(part), std::string::npos) << part << " is not in\n" << text;
+    EXPECT_EQ(textOf(MalformedReport{4, 120, 21, "why"}),
+              "malformed: connection 4, byte 120, byte 21 of its event: why\n");
 }
 
-TEST(EventDecoder, TakesAWholeClientEventWithAFailure) {
+TEST(EventDecoder, TakesTheSmallestEventAndAWholeOneWithAFailure) {
+    const Decoded smallest = decode(smallestEvent());
+    ASSERT_TRUE(smallest.good) << smallest.error.reason;
+    EXPECT_EQ(smallest.event.kind(), EventKind::Reply);
+    EXPECT_EQ(smallest.event.totalSize, 22u);
+    EXPECT_FALSE(smallest.event.flowID || smallest.event.time || smallest.event.hasPayload());
+
     const Decoded got = decode(
         eventBytes(0x8B, mask({1, 30, 18, 37}), bytes("01 0000000A 00000004 00000002'no' 01")));
     ASSERT_TRUE(got.good) << got.error.reason;

@@ -1,8 +1,6 @@
 // Flows drawn from events alone: who stands under whom, when a flow is drawn, and what is kept.
-
-#include <gtest/gtest.h>
-
 #include "agent/FlowTree.h"
+#include "harness/test.h"
 
 namespace {
 

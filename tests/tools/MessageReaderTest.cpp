@@ -1,7 +1,5 @@
 #include "agent/MessageReader.h"
 
-#include <gtest/gtest.h>
-
 #include "Bytes.h"
 
 namespace {

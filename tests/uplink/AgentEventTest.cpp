@@ -1,15 +1,7 @@
 #include "uplink/AgentEvent.h"
 
-#include <gtest/gtest.h>
-
-#include <climits>
-#include <cstdlib>
-#include <cstring>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "config/InterceptorConfig.h"
+#include "harness/values.h"
 #include "interaction/ClientInteraction.h"
 #include "interaction/ServerInteraction.h"
 
@@ -17,18 +9,14 @@ namespace {
 
 using namespace Quenvale::Interceptor::SDK;
 
-std::string number(long long value, int bytes) {
-    std::string text;
-    while (bytes-- > 0) text += static_cast<char>(value >> (8 * bytes));
-    return text;
-}
+constexpr auto number = harness::bigEndian;
 
 std::string text(const std::string& value) {
     return number(static_cast<long long>(value.size()), 4) + value;
 }
 
-std::string bytesOf(Util::ByteArray array) {
-    std::string bytes(reinterpret_cast<char*>(array.data), static_cast<std::size_t>(array.length));
+std::string taken(Util::ByteArray array) {
+    const std::string bytes = harness::textOf(array.data, array.length);
     array.releaseContent();
     return bytes;
 }
@@ -47,7 +35,7 @@ struct Call : Kind {
 
     std::string event(bool separatePayload = true) {
         AgentEvent event(this, false, separatePayload);
-        const std::string bytes = bytesOf(event.serialize());
+        const std::string bytes = taken(event.serialize());
         event.itsPayloadCopy.releaseContent();
         return bytes;
     }
@@ -102,10 +90,7 @@ void fill(Interaction& call, const std::vector<Field>& fields) {
     checkpoints->addIncomingCheckpoint("twice", 10);
     checkpoints->addIncomingCheckpoint("once", 11);
     checkpoints->addIncomingCheckpoint("twice", 12);
-    Util::Vector<Util::String> names(2, 16);
-    names.add("new");
-    names.add("");
-    checkpoints->setNewCheckpoints(&names);
+    checkpoints->setNewCheckpoints(harness::Names{"new", ""}.list());
 }
 
 TEST(AgentEvent, FieldsStandInOrderInTheVariantsTheyBelongTo) {
@@ -209,18 +194,13 @@ TEST(AgentEvent, TheSmallestIsAHeadAndTheFormatMark) {
     EXPECT_EQ(timeless.event().substr(22), number(LLONG_MIN + 1, 8)) << "any start may be set";
     EXPECT_TRUE(AgentEvent(nullptr, false, true).itsIsClient);
     EXPECT_EQ(AgentEvent(nullptr, false, true).serialize().data, nullptr);
-}
-
-TEST(AgentEvent, NewCheckpointsNeedNoIncomingOnes) {
-    const std::size_t bare = Client().event().size();
     Client call;
-    Util::Vector<Util::String> names(2, 16);
-    names.add("n");
-    call.getCheckpoints(true)->setNewCheckpoints(&names);
-    EXPECT_EQ(call.event().substr(bare), number(1, 4) + text("n"));
+    const std::size_t bare = call.event().size();
+    call.getCheckpoints(true)->setNewCheckpoints(harness::Names{"n"}.list());
+    EXPECT_EQ(call.event().substr(bare), number(1, 4) + text("n")) << "without incoming ones";
 }
 
-TEST(AgentEvent, FlagsAreThoseOfTheInteraction) {
+TEST(AgentEvent, FlagsAreThoseOfTheInteractionAndTheTagThatOfTheConfiguration) {
     const struct {
         bool Interaction::*field;
         int flag;
@@ -234,9 +214,6 @@ TEST(AgentEvent, FlagsAreThoseOfTheInteraction) {
         call.*row.field = true;
         EXPECT_EQ(call.event()[0], row.flag | 0x02);
     }
-}
-
-TEST(AgentEvent, TheTagComesFromTheConfiguration) {
     auto& tag = InterceptorConfig::itsCurrent.itsEventTag;
     const int before = tag.exchange(0x01020304);
     EXPECT_EQ(Client().event().substr(1, 4), "\1\2\3\4");
@@ -318,8 +295,8 @@ TEST(AgentEvent, ThePayloadTravelsInsideOrBeside) {
     EXPECT_EQ(call.event(false), head + "payload");
 
     AgentEvent beside(&call, false, true);
-    EXPECT_EQ(bytesOf(beside.serialize()), head);
-    EXPECT_EQ(bytesOf(beside.itsPayloadCopy), "payload");
+    EXPECT_EQ(taken(beside.serialize()), head);
+    EXPECT_EQ(taken(beside.itsPayloadCopy), "payload");
     EXPECT_NE(beside.itsPayloadCopy.data, call.itsPayload->data);
 
     call.itIncludesPayload = false;
@@ -386,7 +363,7 @@ TEST(AgentEvent, RoomOfTheCallersIsUsedWhereItIsEnough) {
             Util::ByteArray bytes = event.serialize(room.data(), given);
             EXPECT_EQ(bytes.owned, given < size);
             EXPECT_EQ(bytes.data == room.data(), given >= size);
-            EXPECT_EQ(bytesOf(bytes), expected);
+            EXPECT_EQ(taken(bytes), expected);
             for (auto i = static_cast<std::size_t>(given); i < room.size(); ++i)
                 EXPECT_TRUE(room[i] == 0xee || i < expected.size()) << i;
             EXPECT_EQ(room.back(), 0xee);

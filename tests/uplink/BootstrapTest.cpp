@@ -1,12 +1,10 @@
 // Where the control connection goes, for each source and each way that one can be of no use.
-#include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <fstream>
 #include <map>
-#include <string>
 
+#include "harness/values.h"
 #include "uplink/BootstrapConfig.h"
 
 using namespace Quenvale::Interceptor::SDK;
@@ -45,8 +43,7 @@ protected:
         return shown(config);
     }
     static std::string shown(const AsyncBinaryUplink::BootstrapConfig& config) {
-        const char* address = config.itsAddr.c_str();
-        return (address == nullptr ? "NIL" : address) + (" " + std::to_string(config.itsPort));
+        return harness::text(config.itsAddr) + " " + std::to_string(config.itsPort);
     }
 
     std::string itsDirectory;

@@ -1,37 +1,19 @@
 // From the report into a queue, and from a queue over the pool to an agent.
-#include <gtest/gtest.h>
-
-#include <climits>
-#include <future>
-#include <memory>
 #include <new>
 
 #include "harness/RawAgent.h"
 #include "harness/RecordingUplink.h"
-#include "harness/loopback.h"
 #include "interaction/ServerInteraction.h"
 #include "uplink/AgentEvent.h"
 #include "uplink/TestUplink.h"
 
 using namespace Quenvale::Interceptor::SDK;
+using harness::kLimit;
 using harness::RawAgent;
 
 namespace {
 
-constexpr std::chrono::seconds kLimit(60);
-
-/// A text as the bytes of an event or a payload.
-struct Bytes : Util::ByteArray {
-    explicit Bytes(std::string content = "") : text(std::move(content)) {
-        data = text.empty() ? nullptr : reinterpret_cast<unsigned char*>(text.data());
-        length = static_cast<int>(text.size());
-        owned = false;
-    }
-    Bytes(const Bytes&) = delete;
-    Bytes& operator=(const Bytes&) = delete;
-
-    std::string text;
-};
+using Streams = std::unique_ptr<AsyncBinaryUplink::SocketStreams>;
 
 std::string eventOf(std::size_t length, char fill = 'e') {
     return std::string(length, fill);
@@ -51,11 +33,15 @@ std::string message(const std::string& event, const std::string& payload = "") {
     return result + '\0';
 }
 
-void queue(TestUplink& uplink, const std::string& event, AsyncBinaryUplink::SocketQueue* queue,
-           const std::string& payload = "") {
-    const Bytes bytes(event);
-    const Bytes beside(payload);
-    uplink.queueEvent(queue, 1, bytes, true, beside, AgentEvent::DEFAULT_PAYLOAD_CONTENT_TYPE);
+Util::ByteArray borrowed(std::string& text) {
+    auto* data = text.empty() ? nullptr : reinterpret_cast<unsigned char*>(text.data());
+    return {data, static_cast<int>(text.size()), false};
+}
+
+void queue(TestUplink& uplink, std::string event, AsyncBinaryUplink::SocketQueue* queue,
+           std::string payload = "") {
+    uplink.queueEvent(queue, 1, borrowed(event), true, borrowed(payload),
+                      AgentEvent::DEFAULT_PAYLOAD_CONTENT_TYPE);
 }
 
 void send(TestUplink& uplink, const char* event) {
@@ -69,30 +55,19 @@ int closedPort() {
 }
 
 struct Queues : testing::Test {
-    Queues() { TestUplink::use(agent.port()); }
+    explicit Queues(std::vector<RawAgent::Manners> manners = {{}}) : agent(std::move(manners)) {
+        TestUplink::use(agent.port());
+    }
 
     RawAgent agent;
     TestUplink uplink;
+    AsyncBinaryUplink::SocketQueue* first = &uplink.itsQueues[0];
 };
 using QueuesPool = Queues;
-
-TEST_F(Queues, AnEventTakesItsLengthAndTwoOrThreeFields) {
-    const struct {
-        const char* why;
-        int event, payload, expected;
-    } rows[] = {
-        {"no event, so a flush", 0, 0, 0},
-        {"two lengths", 5, 0, 13},
-        {"two lengths and the content type", 5, 7, 21},
-        {"too long for any queue, and not negative", INT_MAX - 3, 0, INT_MAX},
-    };
-    unsigned char byte = 0;
-    for (const auto& row : rows) {
-        const Util::ByteArray event(row.event > 0 ? &byte : nullptr, row.event, false);
-        const Util::ByteArray payload(row.payload > 0 ? &byte : nullptr, row.payload, false);
-        EXPECT_EQ(TestUplink::computeEventLength(event, payload), row.expected) << row.why;
-    }
-}
+/// The first two connections die behind their first message.
+struct QueuesFailures : Queues {
+    QueuesFailures() : Queues({{"id", 1, 5}, {"id", 1, 5}, {"id", 1, -1}}) {}
+};
 
 TEST_F(Queues, WhatAnotherUplinkHasAttachedStays) {
     TestUplink other;
@@ -109,11 +84,11 @@ TEST_F(Queues, WhatAnotherUplinkHasAttachedStays) {
         }
         call.itsUplinkData = nullptr;
     }
-    EXPECT_GT(TestUplink::used(uplink.itsQueues[0]), 0);
+    EXPECT_GT(TestUplink::used(*first), 0);
     for (int i = 0; i < uplink.itsQueueCount; ++i) EXPECT_EQ(uplink.itsQueues[i].itsRefCount, 0);
 }
 
-TEST_F(Queues, TheLeastUsedQueueIsPickedAndCounted) {
+TEST_F(Queues, TheLeastUsedQueueIsPickedAndThereIsAlwaysOne) {
     TestUplink three(1024, 3, 1);
     const int counts[] = {3, 1, 1};
     for (int i = 0; i < 3; ++i) three.itsQueues[i].itsRefCount = counts[i];
@@ -126,9 +101,7 @@ TEST_F(Queues, TheLeastUsedQueueIsPickedAndCounted) {
     copy->clear();
     copy->clear();
     EXPECT_EQ(three.itsQueues[1].itsRefCount, 2) << "one attachment is given up once";
-}
 
-TEST_F(Queues, AnySettingMakesAtLeastOneQueueAndOneSlot) {
     for (const int count : {INT_MIN, -1, 0}) {
         TestUplink least(count, count, count);
         EXPECT_EQ(least.itsQueueCount, 1);
@@ -153,34 +126,40 @@ TEST_F(Queues, OldEventsAreDue) {
         {"a limit below 0 makes all else due", 1000, 1000, -5000, true},
         {"no sum of these may overflow", LLONG_MAX, LLONG_MAX - 1, 5000, false},
     };
-    AsyncBinaryUplink::SocketQueue& first = uplink.itsQueues[0];
-    EXPECT_FALSE(TestUplink::isDue(&first, LLONG_MAX, 0)) << "an empty queue never is";
-    queue(uplink, "event", &first);
+    EXPECT_FALSE(TestUplink::isDue(first, LLONG_MAX, 0)) << "an empty queue never is";
+    queue(uplink, "event", first);
     for (const auto& row : rows) {
         {
-            Util::LatchGuard guard(first.itsDataLock);
-            first.itsFirstEventTime = row.first;
+            Util::LatchGuard guard(first->itsDataLock);
+            first->itsFirstEventTime = row.first;
         }
-        EXPECT_EQ(TestUplink::isDue(&first, row.now, row.limit), row.expected) << row.why;
+        EXPECT_EQ(TestUplink::isDue(first, row.now, row.limit), row.expected) << row.why;
     }
 }
 
 TEST_F(Queues, AFlushSendsWhatIsQueuedAndNothingElse) {
     uplink.flushAllQueues();
     EXPECT_EQ(uplink.itsOpenSockets, 0) << "an idle system acquires no socket";
-
-    queue(uplink, "event", &uplink.itsQueues[0], "pay");
-    queue(uplink, "second", &uplink.itsQueues[0]);
+    queue(uplink, "event", first, "pay");
+    queue(uplink, "second", first);
     queue(uplink, "other queue", &uplink.itsQueues[1]);
-    EXPECT_EQ(TestUplink::used(uplink.itsQueues[0]), 5 + 3 + 9 + 6 + 8);
+    EXPECT_EQ(TestUplink::used(*first), 5 + 3 + 9 + 6 + 8);
+    unsigned char byte = 0;
+    const auto lengthOf = [&](int event, int payload) {
+        return TestUplink::computeEventLength({&byte, event, false}, {&byte, payload, false});
+    };
+    EXPECT_EQ(lengthOf(0, 0), 0) << "no event, so a flush";
+    EXPECT_EQ(lengthOf(5, 0), 13);
+    EXPECT_EQ(lengthOf(5, 7), 21);
+    EXPECT_EQ(lengthOf(INT_MAX - 3, 0), INT_MAX) << "too long for any queue, and not negative";
     uplink.flushAllQueues();
     const std::string withPayload(
         "\1\6event\0"
         "\1\0\11text/xml\0\0\4pay\0"
         "\0",
         8 + 11 + 2 + 5 + 1);
-    EXPECT_EQ(agent.waitForMessages(3),
-              (std::vector<std::string>{withPayload, message("second"), message("other queue")}));
+    const std::string all = withPayload + message("second") + message("other queue");
+    EXPECT_EQ(agent.waitForBytes(all.size()), all);
     EXPECT_EQ(uplink.itsOpenSockets, 1);
     EXPECT_EQ(uplink.stateOf(0), TestUplink::kIdle);
 }
@@ -189,83 +168,70 @@ TEST_F(Queues, AFlushSendsWhatIsQueuedAndNothingElse) {
 TEST_F(Queues, ALongQueueGoesOutInOrderWhateverItsMessagesTake) {
     constexpr std::size_t kSizes[] = {1, 126, 127, 300, 16382, 16383, 40000, 70000};
     TestUplink large(1 << 21, 1, 1);
-    std::vector<std::string> expected;
-    for (const std::size_t event : kSizes)
-        for (const std::size_t payload : {kSizes[expected.size() % 8], std::size_t{0}}) {
-            queue(large, eventOf(event), &large.itsQueues[0], eventOf(payload, 'p'));
-            expected.push_back(message(eventOf(event), eventOf(payload, 'p')));
-        }
-    for (int i = 0; i < 200; ++i) {
-        queue(large, "e", &large.itsQueues[0], "p");
-        expected.push_back(message("e", "p"));
+    std::string expected;
+    const auto report = [&](const std::string& event, const std::string& payload) {
+        queue(large, event, &large.itsQueues[0], payload);
+        expected += message(event, payload);
+    };
+    for (const std::size_t size : kSizes) {
+        report(eventOf(size), eventOf(kSizes[size % 8], 'p'));
+        report(eventOf(size), "");
     }
-    EXPECT_EQ(agent.waitForMessages(0).size(), 0U) << "all of it fits the queue";
+    for (int i = 0; i < 200; ++i) report("e", "p");
+    EXPECT_EQ(agent.waitForBytes(0), "") << "all of it fits the queue";
     large.flushAllQueues();
-    EXPECT_TRUE(agent.waitForMessages(expected.size()) == expected);
+    EXPECT_TRUE(agent.waitForBytes(expected.size()) == expected);
 }
 
 TEST_F(Queues, OnlyWhatNoLongerFitsGoesOut) {
-    constexpr int kSize = 64;
     const struct {
         const char* why;
         std::size_t event, sent;
         int used;
     } rows[] = {
         {"fits exactly", 64 - 18 - 8, 0, 64},
-        {"a byte more flushes first, and then fits", 64 - 18 - 8 + 1, 1, 47},
-        {"one as large as the buffer goes out itself", 64 - 8, 2, 0},
+        {"a byte more flushes first, and then fits", 64 - 18 - 8 + 1, 14, 47},
+        {"one as large as the buffer goes out itself", 64 - 8, 74, 0},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.why);
         RawAgent fresh;
         TestUplink::use(fresh.port());
-        TestUplink small(kSize, 1, 1);
+        TestUplink small(64, 1, 1);
         queue(small, eventOf(10, 'a'), &small.itsQueues[0]);
         queue(small, eventOf(row.event, 'b'), &small.itsQueues[0]);
-        const std::vector<std::string> all = {message(eventOf(10, 'a')),
-                                              message(eventOf(row.event, 'b'))};
-        EXPECT_EQ(fresh.waitForMessages(row.sent),
-                  std::vector<std::string>(all.begin(), all.begin() + static_cast<long>(row.sent)));
+        const std::string both = message(eventOf(10, 'a')) + message(eventOf(row.event, 'b'));
+        EXPECT_EQ(fresh.waitForBytes(row.sent), both.substr(0, row.sent));
         EXPECT_EQ(TestUplink::used(small.itsQueues[0]), row.used);
     }
 }
 
-/// The first two connections die behind their first message.
-struct QueuesFailures : testing::Test {
-    QueuesFailures() { TestUplink::use(agent.port()); }
-
-    RawAgent agent{{{"id", 1, 1}, {"id", 1, 1}, {"id", 1, -1}}};
-    TestUplink uplink;
-    AsyncBinaryUplink::SocketQueue* first = &uplink.itsQueues[0];
-};
-
 TEST_F(QueuesFailures, AFailedMessageGetsOneOtherSocket) {
     send(uplink, "1");
-    agent.waitForMessages(1);
+    agent.waitForBytes(5);
     send(uplink, "2");
-    EXPECT_EQ(agent.waitForMessages(2).back(), message("2")) << "again, whole, on another";
+    EXPECT_EQ(agent.waitForBytes(10), message("1") + message("2")) << "again, whole, on another";
     EXPECT_EQ(uplink.itsOpenSockets, 1);
 
     queue(uplink, "3", first);
     send(uplink, "4");
-    EXPECT_EQ(agent.waitForMessages(4).back(), message("4")) << "the rest follows on that one";
+    EXPECT_EQ(agent.waitForBytes(20).substr(10), message("3") + message("4"))
+        << "the rest follows on that one";
 }
 
 TEST_F(QueuesFailures, TwoFailuresInARowLoseTheRest) {
     const int held = uplink.acquire();
     send(uplink, "1");
     uplink.release(held, false);
-    agent.waitForMessages(1);
+    agent.waitForBytes(5);
     send(uplink, "2");
-    agent.waitForMessages(2);  // Both sockets are dead now, and in the pool.
+    agent.waitForBytes(10);  // Both sockets are dead now, and in the pool.
 
     queue(uplink, "lost", first);
     send(uplink, "lost too");
     EXPECT_EQ(uplink.itsOpenSockets, 0);
     send(uplink, "next");
-    const std::vector<std::string> all = agent.waitForMessages(3);
-    EXPECT_EQ(all.size(), 3U);
-    EXPECT_EQ(all.back(), message("next"));
+    EXPECT_EQ(agent.waitForBytes(18).substr(10), message("next"));
 }
 
 TEST_F(Queues, ACallKeepsItsQueueUntilItsReply) {
@@ -276,25 +242,24 @@ TEST_F(Queues, ACallKeepsItsQueueUntilItsReply) {
         uplink.notifyAgent(&server);
         return server.itsUplinkData != nullptr;
     };
-    AsyncBinaryUplink::SocketQueue& first = uplink.itsQueues[0];
     uplink.itsAgentAlive = false;
     EXPECT_FALSE(report(0)) << "dropped without an agent";
     uplink.itsAgentAlive = true;
 
     EXPECT_TRUE(report(0));
-    const int used = TestUplink::used(first);
+    const int used = TestUplink::used(*first);
     EXPECT_GT(used, 0);
-    EXPECT_EQ(first.itsRefCount, 1);
+    EXPECT_EQ(first->itsRefCount, 1);
     EXPECT_FALSE(report(2));
-    EXPECT_EQ(first.itsRefCount, 0);
-    EXPECT_GT(TestUplink::used(first), used) << "in the same queue";
+    EXPECT_EQ(first->itsRefCount, 0);
+    EXPECT_GT(TestUplink::used(*first), used) << "in the same queue";
 
     EXPECT_TRUE(report(1)) << "a first report in stage 1 keeps what it picked";
     EXPECT_FALSE(report(1));
     server.itsState = 3;
 }
 
-TEST_F(QueuesPool, AnIdleSocketWinsOverAnEmptySlot) {
+TEST_F(QueuesPool, AnIdleSocketWinsOverAnEmptySlotAndNoneIsMadeWithoutAnAgent) {
     EXPECT_EQ(uplink.acquire(), 0);
     EXPECT_EQ(uplink.acquire(), 1);
     uplink.release(0, true);
@@ -302,6 +267,16 @@ TEST_F(QueuesPool, AnIdleSocketWinsOverAnEmptySlot) {
     EXPECT_EQ(uplink.stateOf(0), TestUplink::kEmpty);
     EXPECT_EQ(uplink.itsOpenSockets, 1);
     EXPECT_EQ(uplink.acquire(), 1);
+
+    // Without a live agent no connect is tried.
+    uplink.itsAgentAlive = false;
+    EXPECT_TRUE(uplink.getAlive()) << "while a pool socket is open";
+    uplink.release(1, true);
+    EXPECT_FALSE(uplink.getAlive());
+    EXPECT_LT(uplink.acquire(), 0);
+    const auto isOver = [](const auto& each) { return each.isOver; };
+    const auto allOver = [&](auto& all) { return std::all_of(all.begin(), all.end(), isOver); };
+    EXPECT_EQ(agent.waitFor(allOver).size(), 2U);
 }
 
 TEST_F(QueuesPool, ANewConfigurationMovesTrafficToNewSockets) {
@@ -320,16 +295,6 @@ TEST_F(QueuesPool, ANewConfigurationMovesTrafficToNewSockets) {
     EXPECT_EQ(after.waitFor([](auto& all) { return !all.empty(); }).size(), 1U);
 }
 
-TEST_F(QueuesPool, WithoutALiveAgentNoConnectIsTried) {
-    const int slot = uplink.acquire();
-    uplink.itsAgentAlive = false;
-    EXPECT_TRUE(uplink.getAlive()) << "while a pool socket is open";
-    uplink.release(slot, true);
-    EXPECT_FALSE(uplink.getAlive());
-    EXPECT_LT(uplink.acquire(), 0);
-    EXPECT_EQ(agent.waitFor([](auto& all) { return all[0].isOver; }).size(), 1U);
-}
-
 // Several wait, and all must come through, whether each gets a socket or none is to be had.
 TEST_F(QueuesPool, EveryWaiterGoesOnWhenSlotsComeFree) {
     for (const bool isAgentGone : {false, true}) {
@@ -337,6 +302,7 @@ TEST_F(QueuesPool, EveryWaiterGoesOnWhenSlotsComeFree) {
         TestUplink::use(agent.port());
         const int held[] = {uplink.acquire(), uplink.acquire()};
         std::vector<std::future<int>> waiters;
+        waiters.reserve(6);
         for (int i = 0; i < 6; ++i)
             waiters.push_back(std::async(std::launch::async, [&] {
                 const int slot = uplink.acquire();
@@ -386,30 +352,33 @@ TEST_F(QueuesPool, AWaiterThatIsThrownOutHandsItsSlotOn) {
 }
 
 TEST_F(QueuesPool, ManyThreadsLoseAndDoubleNothing) {
-    constexpr std::size_t kThreads = 4;
-    constexpr std::size_t kEvents = 200;
+    std::size_t filled = 0;  // by each thread
+    for (std::size_t i = 0; i < 200; ++i) filled += 8 + i % 40;
     TestUplink busy(100, 2, 2);
-    std::vector<std::future<void>> threads;
-    for (std::size_t t = 0; t < kThreads; ++t)
-        threads.push_back(std::async(std::launch::async, [&, t] {
-            const std::unique_ptr<UplinkData> ref(busy.pick());
-            for (std::size_t i = 0; i < kEvents; ++i) {
-                queue(busy, eventOf(8 + i % 40, static_cast<char>('a' + t)),
-                      static_cast<AsyncBinaryUplink::SocketQueueRef*>(ref.get())->itsQueue);
-                if (i % 50 == 0) busy.closeAll();
-                if (i % 60 == 0) busy.flushAged();
-            }
-            ref->clear();
-        }));
-    for (std::future<void>& thread : threads) thread.get();
+    const auto work = [&](char fill) {
+        const std::unique_ptr<UplinkData> ref(busy.pick());
+        for (std::size_t i = 0; i < 200; ++i) {
+            queue(busy, eventOf(8 + i % 40, fill),
+                  static_cast<AsyncBinaryUplink::SocketQueueRef*>(ref.get())->itsQueue);
+            if (i % 50 == 0) busy.closeAll();
+            if (i % 60 == 0) busy.flushAged();
+        }
+        ref->clear();
+    };
+    harness::onThreads([&] { work('a'); }, [&] { work('b'); }, [&] { work('c'); },
+                       [&] { work('d'); });
     busy.flushAllQueues();
-    EXPECT_EQ(agent.waitForMessages(kThreads * kEvents).size(), kThreads * kEvents);
+    const std::size_t size = 4 * (filled + 200 * message("").size());
+    const std::string all = agent.waitForBytes(size);
+    EXPECT_EQ(all.size(), size);
+    for (const char fill : {'a', 'b', 'c', 'd'})
+        EXPECT_EQ(std::count(all.begin(), all.end(), fill), static_cast<long>(filled)) << fill;
 }
 
 TEST(QueuesHandshake, TheFirstIdOfTheProcessIsEchoed) {
     RawAgent agent({{"first id"}, {"a much longer id"}, {"id"}});
     TestUplink uplink;
-    std::unique_ptr<AsyncBinaryUplink::SocketStreams> streams;
+    Streams streams;
     for (int i = 0; i < 3; ++i)
         EXPECT_NE(uplink.createAndTestSocket("127.0.0.1", agent.port(), streams), nullptr);
     const auto all = agent.waitFor([](auto& a) { return a.size() == 3 && a[2].isOver; });
@@ -432,7 +401,7 @@ TEST(QueuesHandshake, ARefusalLeavesNeitherSocketNorStreams) {
         {"no host at all", nullptr, agent.port()},
     };
     for (const auto& row : rows) {
-        std::unique_ptr<AsyncBinaryUplink::SocketStreams> streams;
+        Streams streams;
         EXPECT_EQ(uplink.createAndTestSocket(row.host, row.port, streams), nullptr) << row.why;
         EXPECT_EQ(streams, nullptr) << row.why;
     }
@@ -444,7 +413,7 @@ TEST(QueuesHandshake, AnAgentThatStopsReadingIsGivenUp) {
     const RawSocket listener(Loopback::listenOn(0));
     TestUplink uplink;
     auto socket = std::async(std::launch::async, [&] {
-        std::unique_ptr<AsyncBinaryUplink::SocketStreams> streams;
+        Streams streams;
         const int port = Loopback::portOf(listener.descriptor());
         return uplink.createAndTestSocket("127.0.0.1", port, streams);
     });

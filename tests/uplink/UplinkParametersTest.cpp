@@ -1,11 +1,6 @@
 #include "uplink/UplinkParameters.h"
 
-#include <gtest/gtest.h>
-
-#include <climits>
-#include <cstdlib>
-#include <string>
-#include <vector>
+#include "harness/test.h"
 
 using Quenvale::Interceptor::SDK::UplinkParameters;
 
@@ -20,37 +15,38 @@ constexpr const char* kNames[] = {"QZ_INTERCEPTOR_BUFFER",
                                   "com.quenvale.interceptor.sdk.asyncDebug",
                                   "com.quenvale.interceptor.sdk.asyncTestFreq"};
 
-class UplinkParametersTest : public testing::Test {
-protected:
-    using Values = UplinkParameters::Values;
-
-    UplinkParametersTest() { clear(); }
-    ~UplinkParametersTest() override { clear(); }
-
-    static void clear() {
-        for (const char* name : kNames) unsetenv(name);
-    }
-    static Values readWith(const char* name, const char* text) {
-        setenv(name, text, 1);
-        const auto values = Values::read();
-        unsetenv(name);
-        return values;
-    }
-    static std::vector<long> numbersOf(const Values& values) {
-        return {values.bufferSize,    values.queueCount, values.poolSize,
-                values.flushInterval, values.maxAge,     values.asyncTestFreq};
-    }
-};
-
-TEST_F(UplinkParametersTest, EachNameSetsItsOwnValue) {
-    EXPECT_EQ(numbersOf(Values::read()), (std::vector<long>{65536, 8, 2, 10000, 15000, 3000}));
-    EXPECT_FALSE(Values::read().remoteUplink || Values::read().asyncDebug);
-    for (int i = 0; i < 5; ++i) setenv(kNames[i], std::to_string(i + 1).c_str(), 1);
-    setenv(kNames[7], "6", 1);
-    EXPECT_EQ(numbersOf(Values::read()), (std::vector<long>{1024, 2, 3, 4, 5, 6}));
+UplinkParameters::Values readWith(const char* name, const char* text) {
+    setenv(name, text, 1);
+    const auto values = UplinkParameters::Values::read();
+    unsetenv(name);
+    return values;
 }
 
-TEST_F(UplinkParametersTest, NumbersAreTakenAsTheyStand) {
+std::vector<long> numbers() {
+    const auto values = UplinkParameters::Values::read();
+    return {values.bufferSize,    values.queueCount, values.poolSize,
+            values.flushInterval, values.maxAge,     values.asyncTestFreq};
+}
+
+TEST(UplinkParameters, EachNameSetsItsOwnValue) {
+    for (const char* name : kNames) unsetenv(name);
+    EXPECT_EQ(numbers(), (std::vector<long>{65536, 8, 2, 10000, 15000, 3000}));
+    for (int i = 0; i < 5; ++i) setenv(kNames[i], std::to_string(i + 1).c_str(), 1);
+    setenv(kNames[7], "6", 1);
+    EXPECT_EQ(numbers(), (std::vector<long>{1024, 2, 3, 4, 5, 6}));
+    for (const char* name : kNames) unsetenv(name);
+    EXPECT_FALSE(readWith("QZ_OTHER", "").remoteUplink);
+    const struct {
+        const char* text;
+        bool isDebug;
+    } rows[] = {{"", false}, {"false", false}, {"TRUE", false}, {"true", true}};
+    for (const auto& row : rows) {
+        EXPECT_TRUE(readWith(kNames[5], row.text).remoteUplink) << "by its presence";
+        EXPECT_EQ(readWith(kNames[6], row.text).asyncDebug, row.isDebug) << row.text;
+    }
+}
+
+TEST(UplinkParameters, NumbersAreTakenAsTheyStand) {
     const struct {
         const char *why, *text;
         int bufferSize, queueCount;
@@ -69,18 +65,6 @@ TEST_F(UplinkParametersTest, NumbersAreTakenAsTheyStand) {
         EXPECT_EQ(readWith(kNames[0], row.text).bufferSize, row.bufferSize);
         EXPECT_EQ(readWith(kNames[1], row.text).queueCount, row.queueCount);
         EXPECT_EQ(readWith(kNames[7], row.text).asyncTestFreq, row.asyncTestFreq);
-    }
-}
-
-TEST_F(UplinkParametersTest, RemoteIsSwitchedByPresenceAndDebugByText) {
-    const struct {
-        const char* text;
-        bool isDebug;
-    } rows[] = {{"", false}, {"false", false}, {"TRUE", false}, {"true", true}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.text);
-        EXPECT_TRUE(readWith(kNames[5], row.text).remoteUplink);
-        EXPECT_EQ(readWith(kNames[6], row.text).asyncDebug, row.isDebug);
     }
 }
 

@@ -1,13 +1,7 @@
 // The watcher's side of its connection, over a loopback connection that the test holds both ends
 // of.
-#include <gtest/gtest.h>
-
-#include <future>
-
 #include "harness/RawAgent.h"
-#include "harness/loopback.h"
-#include "harness/shown.h"
-#include "harness/thrown.h"
+#include "harness/values.h"
 #include "uplink/BootstrapConfig.h"
 #include "uplink/TestUplink.h"
 
@@ -91,7 +85,7 @@ TEST(Watcher, AConfigurationEmptiesThePoolAndIsLoaded) {
     }
 }
 
-TEST(Watcher, TheEndOfTheStartReleasesEveryReport) {
+TEST(Watcher, TheEndOfTheStartReleasesEveryReportAndAShutdownIsTheEnd) {
     const struct {
         const char* why;
         void (*end)(Watcher&);
@@ -117,18 +111,14 @@ TEST(Watcher, TheEndOfTheStartReleasesEveryReport) {
         EXPECT_EQ(waiters[0].wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
         row.end(watcher);
         for (std::future<void>& waiter : waiters)
-            ASSERT_EQ(waiter.wait_for(std::chrono::seconds(60)), std::future_status::ready);
+            ASSERT_EQ(waiter.wait_for(harness::kLimit), std::future_status::ready);
         watcher.waitForInitialConfig();
     }
-}
-
-TEST(Watcher, AfterAShutdownNothingIsConnectedTo) {
     harness::RawAgent agent;
     TestUplink uplink;
     uplink.bootstrap()->itsPort = agent.port();
-    EXPECT_NE(uplink.bootstrap(), nullptr);
     uplink.shutdown();
-    EXPECT_FALSE(uplink.itsWatcher->connectandListen());
+    EXPECT_FALSE(uplink.itsWatcher->connectandListen()) << "after it nothing is connected to";
 }
 
 }  // namespace

@@ -1,12 +1,8 @@
 #include "util/blocks.h"
 
-#include <gtest/gtest.h>
 #include <malloc.h>
 
-#include <cstdlib>
-#include <cstring>
-#include <thread>
-#include <vector>
+#include "harness/test.h"
 
 namespace Quenvale::Interceptor::SDK::Util {
 namespace {
@@ -39,11 +35,11 @@ TEST(Blocks, HoldWhatWasAskedForAndMixWithMalloc) {
 
 TEST(Blocks, AThreadsBlocksGoWhenItEnds) {
     const auto run = [] {
-        std::thread([] {
+        harness::onThreads([] {
             std::vector<void*> blocks;
             for (int i = 0; i < 400; ++i) blocks.push_back(allocate(24U << (i % 6)));
             for (void* block : blocks) release(block);
-        }).join();
+        });
     };
     run();
     const std::size_t before = mallinfo2().uordblks;

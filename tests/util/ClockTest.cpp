@@ -1,7 +1,4 @@
-#include <gtest/gtest.h>
-
-#include <cstdint>
-
+#include "harness/test.h"
 #include "util/Clock.h"
 
 using Quenvale::Interceptor::SDK::Util::Clock;
@@ -21,10 +18,8 @@ TEST(Clock, ADurationReadsInTheUnitOfItsSize) {
         {"beyond the product in double", INT64_MAX, "153722867280.9 min"},
         {"negative", -20000, "-20000 us"},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.why);
-        EXPECT_STREQ(Clock::toString(row.ticks).c_str(), row.text);
-    }
+    for (const auto& row : rows)
+        EXPECT_STREQ(Clock::toString(row.ticks).c_str(), row.text) << row.why;
     EXPECT_STREQ(Clock::toStringMS(1034000).c_str(), "1034 ms") << "the digit is the hundreds'";
     EXPECT_STREQ(Clock::toStringMS(1234000).c_str(), "1234.2 ms");
 }

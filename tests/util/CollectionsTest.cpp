@@ -1,8 +1,4 @@
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <string>
-
+#include "harness/test.h"
 #include "util/Map.h"
 #include "util/Stack.h"
 #include "util/Vector.h"
@@ -54,13 +50,10 @@ TEST(Map, ABoundedMapDropsItsHead) {
         EXPECT_EQ(Counted::alive, 2) << "so is what is replaced";
     }
     EXPECT_EQ(Counted::alive, 0);
-}
-
-TEST(Map, AnEntryMayBeInsertedFromTheOneThatItPushesOut) {
-    Map<String> map(2, 0, 1);
-    map.put("a", "text");
-    map.put("b", map.find("a"));
-    EXPECT_TRUE(map.find("b") == "text");
+    Map<String> one(2, 0, 1);
+    one.put("a", "text");
+    one.put("b", one.find("a"));
+    EXPECT_TRUE(one.find("b") == "text") << "from the entry that it pushes out";
 }
 
 TEST(Map, RemovalDuringAWalkGoesOnWithTheNextEntry) {
@@ -96,7 +89,7 @@ TEST(Map, NullIsAKeyOfItsOwn) {
     EXPECT_TRUE(map.hasKey(String::NIL) && !map.hasKey(String::BLANK));
 }
 
-TEST(Map, EveryCharacterOfAKeyCounts) {
+TEST(Map, EveryCharacterOfAKeyCountsAndItsSign) {
     for (std::size_t length = 0; length < 70; ++length) {
         const std::string key(length, 'k');
         EXPECT_NE(hashKey((key + 'k').c_str()), hashKey(key.c_str())) << length;
@@ -106,16 +99,13 @@ TEST(Map, EveryCharacterOfAKeyCounts) {
             EXPECT_NE(hashKey(other.c_str()), hashKey(key.c_str())) << i << " of " << length;
         }
     }
-}
-
-TEST(Map, HashesSignedCharacters) {
     const Map<int> map;
     EXPECT_EQ(map.computeKey("ab", 1 << 30), (97UL * 65599 + 98) % (1UL << 30));
     EXPECT_EQ(map.computeKey("\xff", 16), 15U) << "minus one, modulo 2 to the 64";
     EXPECT_EQ(map.computeKey("", 0), 0U);
 }
 
-TEST(List, IteratorStepsRemovesAndInserts) {
+TEST(List, IteratorStepsRemovesAndInsertsAndAStackPeeks) {
     List<int> list(0);
     EXPECT_TRUE(list.add(2));
     EXPECT_FALSE(list.add(3));
@@ -134,9 +124,7 @@ TEST(List, IteratorStepsRemovesAndInserts) {
     EXPECT_FALSE(list.contains(3)) << "from behind the end the tail goes";
     EXPECT_EQ(it.nextNode(), nullptr);
     EXPECT_EQ(it.get(), 9) << "from behind the end a step leads to the head";
-}
 
-TEST(Stack, PeeksAtTheBlankWhenEmpty) {
     Stack<int> stack(0);
     EXPECT_EQ(stack.peek(), 0);
     stack.push(1);

@@ -1,14 +1,10 @@
 #include "util/diagnostics.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
+#include "harness/test.h"
 
 namespace {
 
-struct Output {
-    std::string out, err;
-};
+using Output = std::pair<std::string, std::string>;  // Of stdout and stderr.
 
 // This file's private copy of the level is read anew for each row.
 template <class F>
@@ -21,11 +17,9 @@ Output at(const char* level, F write) {
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
     write();
-    Output result;
     std::fflush(stdout);
-    result.out = testing::internal::GetCapturedStdout();
-    result.err = testing::internal::GetCapturedStderr();
-    return result;
+    const std::string out = testing::internal::GetCapturedStdout();
+    return {out, testing::internal::GetCapturedStderr()};
 }
 
 void writeAll() {
@@ -36,9 +30,7 @@ void writeAll() {
 }
 
 TEST(Diagnostics, TheLevelComesFromTheEnvironment) {
-    const struct {
-        const char *level, *out, *err;
-    } rows[] = {
+    const char* const rows[][3] = {
         {nullptr, "", ""},
         {"0", "", ""},
         {"5", "", ""},
@@ -48,14 +40,9 @@ TEST(Diagnostics, TheLevelComesFromTheEnvironment) {
         {"3", "ERROR: WARNING: INFO: i\n", "e1\nw\n"},
         {"4", "ERROR: WARNING: INFO: i\nDEBUG: d\n", "e1\nw\n"},
     };
-    for (const auto& row : rows) {
-        const Output output = at(row.level, writeAll);
-        EXPECT_EQ(output.out, row.out);
-        EXPECT_EQ(output.err, row.err);
-    }
-    const Output forced = at("0", [] { forcedMsg(1, "now %s\n", "x"); });
-    EXPECT_EQ(forced.out, "ERROR: ");
-    EXPECT_EQ(forced.err, "now x\n");
+    for (const auto& [level, out, err] : rows) EXPECT_EQ(at(level, writeAll), Output(out, err));
+    const auto force = [] { forcedMsg(1, "now %s\n", "x"); };
+    EXPECT_EQ(at("0", force), Output("ERROR: ", "now x\n"));
     unsetenv("QUENVALE_LOG_LEVEL");
 }
 

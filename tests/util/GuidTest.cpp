@@ -1,14 +1,10 @@
 #include "util/guid.h"
 
-#include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <set>
-#include <string>
-#include <thread>
-#include <vector>
 
+#include "harness/test.h"
 #include "util/Clock.h"
 #include "util/base64.h"
 
@@ -31,16 +27,9 @@ TEST(Guid, CounterFollowsTheBaseAndItsWrapKeepsIt) {
         getBytes(bytes);
         EXPECT_EQ(std::memcmp(bytes, __base, 12), 0);
         EXPECT_EQ(lowByteFirst(bytes + 12, 4), serial);
-    }
-}
-
-TEST(Guid, TheTextIsThatOfTheBytes) {
-    for (const std::uint32_t serial : {0U, 0x01020304U, 0xfffffffeU, 0xffffffffU}) {
-        unsigned char bytes[16];
-        counter = serial;
-        getBytes(bytes);
-        counter = serial;
-        EXPECT_EQ(newGuid(), base64::encode16(bytes)) << serial;
+        const std::uint32_t next = counter.exchange(serial);
+        EXPECT_EQ(newGuid(), base64::encode16(bytes)) << "the text is that of the bytes";
+        EXPECT_EQ(counter, next);
     }
 }
 
@@ -59,12 +48,11 @@ TEST(Guid, ThreadsNeverShareOne) {
     constexpr int kThreads = 4;
     constexpr int kEach = 5000;
     std::vector<std::vector<std::string>> made(kThreads);
-    std::vector<std::thread> threads(kThreads);
-    for (int t = 0; t < kThreads; ++t)
-        threads[t] = std::thread([&mine = made[t]] {
-            for (int i = 0; i < kEach; ++i) mine.emplace_back(newGuid().c_str());
-        });
-    for (auto& thread : threads) thread.join();
+    const auto make = [&](std::vector<std::string>& mine) {
+        for (int i = 0; i < kEach; ++i) mine.emplace_back(newGuid().c_str());
+    };
+    harness::onThreads([&] { make(made[0]); }, [&] { make(made[1]); }, [&] { make(made[2]); },
+                       [&] { make(made[3]); });
     std::set<std::string> all;
     for (const auto& mine : made) all.insert(mine.begin(), mine.end());
     EXPECT_EQ(all.size(), static_cast<std::size_t>(kThreads * kEach));

@@ -1,10 +1,5 @@
 #include "util/identifiers.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-#include <thread>
-
 #include "harness/Vectors.h"
 
 using namespace Quenvale::Interceptor::SDK::Util;
@@ -66,17 +61,12 @@ TEST(Identifiers, NullAndLongUrls) {
     EXPECT_TRUE(isDefaultGroup(CONSUMER_GROUP) && isDefaultGroup(PROVIDER_GROUP));
     EXPECT_FALSE(isDefaultGroup(String("(consumer)"))) << "the object, not the text";
     EXPECT_STREQ(replace("a", "a", "b").c_str(), "a");
+    EXPECT_EQ(specialSvc(0xfeff) + specialSvc(0x10000) + specialSvc(short{-128}), 0);
+    EXPECT_EQ(specialSvc(0xff00), 1);
 
     const std::string path = "/" + std::string(5000, 'a') + "/" + std::string(70000, 'b');
     EXPECT_STREQ(canonicalUrl(("http://h" + path + "/?q").c_str()).c_str(), path.c_str());
     EXPECT_EQ(groupID(("http://h" + path).c_str(), true, false, false).length(), 5000U);
-}
-
-TEST(Identifiers, SpecialServicesAreABlock) {
-    EXPECT_EQ(specialSvc(0xfeff), 0);
-    EXPECT_EQ(specialSvc(0xff00), 1);
-    EXPECT_EQ(specialSvc(0x10000), 0);
-    EXPECT_EQ(specialSvc(short{-128}), 0);
 }
 
 TEST(Identifiers, PathKeys) {
@@ -105,17 +95,15 @@ TEST(Identifiers, PathKeys) {
 
 // More keys than a cache holds, so that one thread's insertions drop what another just found.
 TEST(Identifiers, ThreadsShareTheCaches) {
-    std::thread threads[4];
-    for (int t = 0; t < 4; ++t)
-        threads[t] = std::thread([t] {
-            for (int i = 0; i < 1500; ++i) {
-                const std::string name = "n" + std::to_string(i * (t + 1) % 400);
-                std::string url = "http://" + name;
-                url.append("/").append(name).append("/x");
-                EXPECT_TRUE(md5hash(name.c_str()) == URI::md5hash(name.c_str()));
-                EXPECT_STREQ(groupID(url.c_str(), true, false, false).c_str(), name.c_str());
-                EXPECT_EQ(pathID(nullptr, url.c_str(), nullptr, "x").length(), 25U);
-            }
-        });
-    for (auto& thread : threads) thread.join();
+    const auto work = [](int step) {
+        for (int i = 0; i < 1500; ++i) {
+            const std::string name = "n" + std::to_string(i * step % 400);
+            std::string url = "http://" + name;
+            url.append("/").append(name).append("/x");
+            EXPECT_TRUE(md5hash(name.c_str()) == URI::md5hash(name.c_str()));
+            EXPECT_STREQ(groupID(url.c_str(), true, false, false).c_str(), name.c_str());
+            EXPECT_EQ(pathID(nullptr, url.c_str(), nullptr, "x").length(), 25U);
+        }
+    };
+    harness::onThreads([&] { work(1); }, [&] { work(2); }, [&] { work(3); }, [&] { work(4); });
 }

@@ -1,9 +1,6 @@
 #include "util/md5.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-
+#include "harness/test.h"
 #include "util/base64.h"
 #include "util/uri.h"
 
@@ -28,16 +25,6 @@ TEST(Md5, PortionsMakeNoDifference) {
     EXPECT_TRUE(URI::md5hash(true, text.substr(0, 63).c_str(), text.c_str() + 63, nullptr) ==
                 whole);
     EXPECT_TRUE(URI::md5hash(true, nullptr, nullptr) == URI::md5hash(""));
-}
-
-TEST(Md5, CountCarriesPast64Bits) {
-    Quenvale_MD5Context context;
-    Quenvale_MD5Init(&context);
-    context.count[0] = ~std::uint64_t{0} - 7;
-    const unsigned char byte = 'x';
-    Quenvale_MD5Update(&context, &byte, 1);
-    EXPECT_EQ(context.count[0], 0U);
-    EXPECT_EQ(context.count[1], 1U);
 }
 
 TEST(Md5, RawHashEndsAtItsFirstZeroByte) {
@@ -75,15 +62,13 @@ TEST(Base64, EncodesAnyLength) {
 }
 
 TEST(Base64, DecodePacksTheCharactersThemselves) {
-    const struct {
-        const char *why, *text, *bytes;
-    } rows[] = {
+    const char* const rows[][3] = {
         {"0x61 in each place", "aaaa", "\x86\x18\xa1"},
         {"stops at the padding", "aa==aa", "\x86"},
         {"stops outside the alphabet", "aaaa-aaaa", "\x86\x18\xa1"},
         {"stops above 127", "aaa\xe4", "\x86\x18"},
     };
-    for (const auto& row : rows)
-        EXPECT_STREQ(base64::decode(row.text).c_str(), row.bytes) << row.why;
+    for (const auto& [why, text, bytes] : rows)
+        EXPECT_STREQ(base64::decode(text).c_str(), bytes) << why;
     EXPECT_EQ(base64::decode(nullptr).c_str(), nullptr);
 }

@@ -1,10 +1,6 @@
 #include "util/properties.h"
 
-#include <gtest/gtest.h>
-
-#include <memory>
-
-#include "harness/TextReader.h"
+#include "harness/values.h"
 #include "io/TestInputStream.h"
 #include "util/ByteStreamReader.h"
 #include "util/FileStreamReader.h"
@@ -30,9 +26,7 @@ std::string listed(Util::Map<Util::String>* properties) {
 }
 
 TEST(Properties, LinesAreSplitAndTrimmed) {
-    const struct {
-        const char *why, *text, *properties;
-    } rows[] = {
+    const char* const rows[][3] = {
         {"the first of two, and blanks", " \ta = b=c\t\nd:e:f\n", "[a|b=c][d|e:f]"},
         {"equals goes before an earlier colon", "a:b=c", "[a:b|c]"},
         {"half a pair is none", "=b\na=\n = \nc=d\n", "[c|d]"},
@@ -42,17 +36,12 @@ TEST(Properties, LinesAreSplitAndTrimmed) {
         {"an empty line with a carriage return does not", "a=b\r\n\r\nc=d\r\n", "[a|b][c|d]"},
         {"the later value", "a=b\nc=d\na=e\n", "[a|e][c|d]"},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.why);
-        EXPECT_EQ(listed(Util::loadProperties("ignored", fileWith(row.text))), row.properties);
-    }
+    for (const auto& [why, text, properties] : rows)
+        EXPECT_EQ(listed(Util::loadProperties("ignored", fileWith(text))), properties) << why;
     EXPECT_EQ(listed(Util::loadProperties(Util::String("/nonexistent"))), "");
     EXPECT_EQ(listed(Util::loadProperties(Util::String())), "");
-}
-
-TEST(Properties, AFailureKeepsWhatWasRead) {
-    harness::TextReader reader("a=b", 1);
-    EXPECT_EQ(listed(Util::loadProperties(reader)), "[a|b]");
+    harness::TextReader failing("a=b", 1);
+    EXPECT_EQ(listed(Util::loadProperties(failing)), "[a|b]") << "a failure keeps what was read";
 }
 
 // In a process of its own: the parser reads the level once.

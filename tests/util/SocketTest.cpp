@@ -2,15 +2,9 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <cstring>
-#include <string>
-#include <thread>
 
 #include "harness/loopback.h"
-#include "harness/thrown.h"
+#include "harness/values.h"
 #include "io/SocketInputStream.h"
 #include "io/SocketOutputStream.h"
 #include "util/sockutil.h"
@@ -51,17 +45,15 @@ TEST(Socket, ClosesItsDescriptorOnce) {
     list.clear();
     EXPECT_EQ(list.itsNames, nullptr);
     EXPECT_FALSE(isOpen(other));
-}
 
-TEST(Socket, AThreadThatIsCancelledMayDropOne) {
-    Loopback peer;
-    const int descriptor = peer.takeClient();
-    std::thread([&] {
+    Loopback another;
+    const int cancelled = another.takeClient();
+    harness::onThreads([&] {
         pthread_cancel(pthread_self());
-        { Socket owner(descriptor); }
+        { Socket owner(cancelled); }
         pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
-    }).join();
-    EXPECT_FALSE(isOpen(descriptor));
+    });
+    EXPECT_FALSE(isOpen(cancelled)) << "a thread that is cancelled may drop one";
 }
 
 TEST(Socket, TheLocalAddressIsItsBytesInOrder) {
@@ -74,7 +66,7 @@ TEST(Socket, TheLocalAddressIsItsBytesInOrder) {
     EXPECT_EQ(Socket::ourLocalHostAddr, first) << "readers of the text keep it";
 }
 
-TEST(SocketStreams, CarryBytesBothWays) {
+TEST(SocketStreams, CarryBytesBothWaysAndAReadIsAllOrTheEnd) {
     Loopback peer;
     Socket near(peer.takeClient());
     Socket far(peer.takeServer());
@@ -84,19 +76,12 @@ TEST(SocketStreams, CarryBytesBothWays) {
     out.writeByte(0x1ff);
     out.flush();
     unsigned char got[6] = {};
+    EXPECT_EQ(in.read(got, 0, 0), -1) << "nothing asked for";
     EXPECT_EQ(in.read(got, 1, 4), 4);
     EXPECT_EQ(std::string(reinterpret_cast<char*>(got + 1)), "abc\xff");
     EXPECT_EQ(in.available(), 0);
-}
-
-TEST(SocketStreams, AReadIsAllOrTheEnd) {
-    Loopback peer;
-    Socket socket(peer.takeClient());
-    IO::SocketInputStream in(&socket);
-    unsigned char got[4] = {};
-    EXPECT_EQ(in.read(got, 0, 0), -1) << "nothing asked for";
-    ASSERT_EQ(SendBytes(peer.server, "abc", 3), 1);
-    peer.closeServer();
+    out.write(bytes("abc"), 0, 3);
+    near.closeSocket();
     EXPECT_EQ(in.read(got, 0, 4), -1) << "the peer closed in the middle";
 }
 

@@ -1,15 +1,8 @@
 #include "util/sockutil.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 
-#include <atomic>
-#include <cerrno>
 #include <csignal>
-#include <cstdlib>
-#include <cstring>
-#include <string>
-#include <thread>
 
 #include "harness/loopback.h"
 #include "util/qzevent.h"
@@ -61,15 +54,13 @@ TEST(SockutilHost, ANameGivesAnAddressAndAnUnknownOneIsNoError) {
 TEST(SockutilHost, ThreadsDoNotShareTheMemoryBehindAnEntry) {
     hostent mine;
     ASSERT_EQ(GetHostInfo(nullptr, &mine, "127.0.0.1"), 1);
-    std::thread others[2];
-    for (auto& other : others)
-        other = std::thread([] {
-            EXPECT_EQ(initLocalHostName(), 0);
-            hostent entry;
-            for (int j = 0; j < 50; ++j) ASSERT_EQ(GetHostInfo(nullptr, &entry, "127.0.0.2"), 1);
-            EXPECT_STREQ(entry.h_name, "127.0.0.2");
-        });
-    for (auto& other : others) other.join();
+    const auto lookUp = [] {
+        EXPECT_EQ(initLocalHostName(), 0);
+        hostent entry;
+        for (int j = 0; j < 50; ++j) ASSERT_EQ(GetHostInfo(nullptr, &entry, "127.0.0.2"), 1);
+        EXPECT_STREQ(entry.h_name, "127.0.0.2");
+    };
+    harness::onThreads(lookUp, lookUp);
     EXPECT_STREQ(mine.h_name, "127.0.0.1");
 }
 

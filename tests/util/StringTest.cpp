@@ -1,27 +1,18 @@
 #include "util/String.h"
 
-#include <gtest/gtest.h>
-
-#include <cstring>
-#include <string>
-
-#include "util/exceptions.h"
+#include "harness/test.h"
 #include "util/text.h"
 
 namespace Quenvale::Interceptor::SDK::Util {
 namespace {
 
-TEST(String, NilBlankAndTextAreThreeStates) {
+TEST(String, NilBlankAndTextAreThreeStatesAndConcatenationKeepsNil) {
     const String nil, blank(""), text("abc");
     EXPECT_TRUE(nil.empty() && blank.empty() && !text.empty());
     EXPECT_FALSE(nil == blank);
     EXPECT_TRUE(nil == String::NIL && nil == nullptr && blank == String::BLANK);
     EXPECT_EQ(nil.length(), 0U);
     EXPECT_TRUE(nil < blank && nil < text && !(blank < nil) && !(nil < nil) && blank < text);
-}
-
-TEST(String, ConcatenationKeepsNil) {
-    const String nil, blank(""), text("abc");
     EXPECT_EQ((nil + nil).c_str(), nullptr);
     EXPECT_EQ((nil + blank).c_str(), nullptr);
     EXPECT_STREQ((nil + text).c_str(), "abc");
@@ -87,10 +78,8 @@ TEST(String, FindAnswersAPositionOrAllBits) {
         {"null text", nullptr, 'a', 0, ~0U},
         {"an empty text from its start", "", 'a', 0, ~0U},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.why);
-        EXPECT_EQ(String::find(row.text, row.ch, row.start), row.at);
-    }
+    for (const auto& row : rows)
+        EXPECT_EQ(String::find(row.text, row.ch, row.start), row.at) << row.why;
     EXPECT_EQ(String::find("abcabc", "ca"), 2U);
     EXPECT_EQ(String::find("abc", static_cast<const char*>(nullptr)), ~0U);
 }
@@ -114,23 +103,6 @@ TEST(Text, NumbersInEveryBase) {
     EXPECT_STREQ(String::addrToString(reinterpret_cast<void*>(0xABCUL)).c_str(), "abc");
     char upper[] = "az\xe4Z";
     EXPECT_STREQ(strupr(upper), "AZ\xe4Z") << "ASCII letters only";
-}
-
-template <class E, class... Args>
-String messageOf(Args... args) {
-    try {
-        raise<E>(args...);
-    } catch (E* e) {
-        return e->getMessage();
-    }
-}
-
-TEST(Exceptions, MessagesCarryTheClassPrefix) {
-    EXPECT_STREQ(messageOf<APIException>("x").c_str(), "x");
-    EXPECT_STREQ(messageOf<IOException>("x").c_str(), "IOException: x");
-    EXPECT_STREQ(messageOf<RuntimeException>("").c_str(), "RuntimeException: ");
-    EXPECT_STREQ(messageOf<IllegalArgumentException>("x").c_str(), "IllegalArgumentException: x");
-    EXPECT_EQ(messageOf<EOFException>().c_str(), nullptr);
 }
 
 }  // namespace

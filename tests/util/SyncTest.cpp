@@ -1,13 +1,7 @@
-#include <gtest/gtest.h>
-
-#include <atomic>
 #include <csignal>
-#include <functional>
 #include <stdexcept>
-#include <string>
-#include <thread>
-#include <vector>
 
+#include "harness/test.h"
 #include "util/qzevent.h"
 #include "util/qzmutex.h"
 #include "util/qzsemaphore.h"
@@ -32,10 +26,10 @@ private:
 
 bool isFree(const qzmutex& lock) {
     bool result = false;
-    std::thread([&]() QZ_NO_THREAD_SAFETY_ANALYSIS {
+    harness::onThreads([&]() QZ_NO_THREAD_SAFETY_ANALYSIS {
         result = lock.trylock();
         if (result) lock.unlock();
-    }).join();
+    });
     return result;
 }
 
@@ -117,21 +111,17 @@ TEST(QzEvent, OnlyAnAutoResetEventIsUsedUpByAWait) {
 TEST(QzEvent, NoSignalIsMissedByAWaitWithoutALimit) {
     qzevent there(false, false);
     qzevent back(false, false);
-    constexpr int kRounds = 5000;
-    std::thread other([&] {
-        for (int i = 0; i < kRounds; ++i) {
-            there.wait(kWaitForever);
-            back.signal();
+    const auto play = [](qzevent& first, qzevent& second) {
+        for (int i = 0; i < 5000; ++i) {
+            first.wait(kWaitForever);
+            second.signal();
         }
-    });
-    for (int i = 0; i < kRounds; ++i) {
-        there.signal();
-        back.wait(kWaitForever);
-    }
-    other.join();
+    };
+    there.signal();
+    harness::onThreads([&] { play(there, back); }, [&] { play(back, there); });
 }
 
-TEST(QzSemaphore, ReleaseFillsTheRoomThereIs) {
+TEST(QzSemaphoreDeathTest, ReleaseFillsTheRoomThereIsAndMisuseAborts) {
     const struct {
         const char* why;
         std::size_t initial, count;
@@ -153,14 +143,10 @@ TEST(QzSemaphore, ReleaseFillsTheRoomThereIs) {
         EXPECT_EQ(taken, row.taken);
         EXPECT_EQ(semaphore.wait(1), 258U);
     }
-}
-
-TEST(QzSemaphoreDeathTest, MisuseAborts) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(qzsemaphore(0, 0), testing::KilledBySignal(SIGABRT),
-                "util/qzmutex.*max_count != 0");
-    EXPECT_EXIT(qzsemaphore(3, 2), testing::KilledBySignal(SIGABRT),
-                "util/qzmutex.*initial_count <= max_count");
+    const auto aborted = testing::KilledBySignal(SIGABRT);
+    EXPECT_EXIT(qzsemaphore(0, 0), aborted, "util/qzmutex.*max_count != 0");
+    EXPECT_EXIT(qzsemaphore(3, 2), aborted, "util/qzmutex.*initial_count <= max_count");
 }
 
 TEST(QzThread, TheThreadTakesNoSignalButFaultsAndCarriesItsName) {
@@ -237,18 +223,16 @@ TEST(QzThread, AThreadThatTheSystemRefusesIsAFalse) {
 
 TEST(QzThreadDeathTest, AnExceptionEndsTheThreadAndNothingElse) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const struct {
-        const char *level, *text;
-    } rows[] = {{"1", "working thread aborted!\n"}, {"0", "^$"}};
-    for (const auto& row : rows)
+    const char* const rows[][2] = {{"1", "working thread aborted!\n"}, {"0", "^$"}};
+    for (const auto& [level, text] : rows)
         EXPECT_EXIT(
             {
-                setenv("QUENVALE_LOG_LEVEL", row.level, 1);
+                setenv("QUENVALE_LOG_LEVEL", level, 1);
                 Body body([] { throw std::runtime_error("out of run()"); });
                 qzthread thread(&body);
                 thread.start();
                 thread.join();
                 _exit(7);
             },
-            testing::ExitedWithCode(7), row.text);
+            testing::ExitedWithCode(7), text);
 }
