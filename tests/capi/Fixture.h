@@ -28,9 +28,9 @@ protected:
         return result;
     }
 
-    static ServerInteractionStruct* server(const char* url = "http://h/shop/cart") {
+    static ServerInteractionStruct* server() {
         ServerInteractionStruct* record = qz_beginServer();
-        siSetUrl(record, url);
+        siSetUrl(record, "http://h/shop/cart");
         return record;
     }
     static void end(ServerInteractionStruct* record) {

@@ -21,86 +21,32 @@ const std::string kRest = "4850\n7\n0\n0\n0\n0\n0\n0\n";
 
 TEST(ConfigLoad, TheHostCountsOnlyForARemoteUplinkAndItsLineIsReadAnyway) {
     InterceptorConfig config;
-    const bool before = harness::isRemote();
-    for (const bool remote : {true, false}) {
-        harness::isRemote() = remote;
-        config.load(Pushed((remote ? "one\n" : "two\n") + kRest));
+    for (const bool isRemote : {true, false}) {
+        harness::isRemote() = isRemote;
+        config.load(Pushed((isRemote ? "one\n" : "two\n") + kRest));
         Util::String host;
         int port = 0;
         config.agentAddress(host, port);
         EXPECT_EQ(text(host), "one");
         EXPECT_EQ(port, 4850);
     }
-    harness::isRemote() = before;
 }
 
-TEST(ConfigLoad, FlowFieldNamesAreReplacedWhole) {
+TEST(ConfigLoad, FlowFieldNamesAreReplacedWholeAndACallMeanwhileWaitsForThem) {
     InterceptorConfig config;
     EXPECT_EQ(config.flowFieldNames(), nullptr);
     config.load(Pushed("h\n1\n1\n0\n0\n0\n0\n0\n2\nfirst\nsecond\n"));
     const auto names = config.flowFieldNames();
     EXPECT_EQ(names->size(), 2);
-    EXPECT_TRUE(config.hasFlowFieldNames());
+    TextReader failing("h\n", 1);
+    config.updateConfig(failing);
+    EXPECT_TRUE(config.hasFlowFieldNames()) << "until others are read";
+    EXPECT_EQ(config.flowFieldNames(), nullptr);
     config.load(Pushed("h\n" + kRest));
     EXPECT_EQ(names->size(), 2) << "a walk that has begun goes on";
-    ASSERT_NE(config.flowFieldNames(), nullptr);
     EXPECT_TRUE(config.flowFieldNames()->empty());
     EXPECT_FALSE(config.hasFlowFieldNames());
 }
-
-TEST(ConfigLoad, ACallThatComesWhileOneIsReadWaitsForItsFlowFieldNames) {
-    struct Reader final : Util::StreamReader {
-        explicit Reader(InterceptorConfig& config) : itsConfig(config) {}
-        void closeReader() override {}
-        explicit operator bool() const override { return true; }
-        Util::String ReadLine() override {
-            EXPECT_TRUE(itsConfig.hasFlowFieldNames());
-            return itsText.ReadLine();
-        }
-        InterceptorConfig& itsConfig;
-        TextReader itsText{"h\n1\n1\n0\n0\n0\n0\n0\n1\nsecond\n"};
-    };
-    InterceptorConfig config;
-    config.load(Pushed("h\n1\n1\n0\n0\n0\n0\n0\n1\nfirst\n"));
-    Reader reader(config);
-    config.updateConfig(reader);
-    EXPECT_TRUE(config.flowFieldNames()->contains("second"));
-    TextReader failing("h\n", 1);
-    config.updateConfig(failing);
-    EXPECT_EQ(config.flowFieldNames(), nullptr);
-}
-
-TEST(ConfigLoad, RowsFollowTheCountAndNeverOutgrowTheText) {
-    const struct {
-        const char *why, *text;
-        int columns, rows;
-        const char* lastCell;  // of the first row
-    } rows[] = {
-        {"no rows is a table", "0\n", 3, 0, ""},
-        {"a fourth column", "1\ng\ns\no\nname\n", 4, 1, "name"},
-        {"a count of billions ends soon", "2000000000\ng\ns\no\n", 3, 4097, "o"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.why);
-        Pushed text(row.text);
-        const std::unique_ptr<InterceptorConfig::Table> table(
-            InterceptorConfig::ReadFilters(text, row.columns));
-        ASSERT_NE(table, nullptr);
-        EXPECT_EQ(table->size(), row.rows);
-        if (row.rows == 0) continue;
-        EXPECT_EQ(table->at(0)->size(), row.columns);
-        EXPECT_STREQ(table->at(0)->at(row.columns - 1).c_str(), row.lastCell);
-    }
-    EXPECT_EQ(InterceptorConfig::ReadParams(Pushed("0\n")), nullptr);
-    Pushed cut("2000000000\nname\n");
-    const std::unique_ptr<InterceptorConfig::Row> params(InterceptorConfig::ReadParams(cut));
-    EXPECT_EQ(params->size(), 4097);
-    TextReader failing("1\n1\n1\n", 3);
-    EXPECT_EQ(InterceptorConfig::ReadFilters(failing, 3), nullptr);
-}
-
-// More empty rows than a cut text is given.
-const std::string kManyWildcards = "5000\n" + std::string(3 * 5000, '\n');
 
 TEST(ConfigLoad, WhatCannotBeReadLeavesADeadConfiguration) {
     InterceptorConfig config;
@@ -111,26 +57,23 @@ TEST(ConfigLoad, WhatCannotBeReadLeavesADeadConfiguration) {
         EXPECT_NO_THROW(config.updateConfig(failing));
         EXPECT_FALSE(config.itIsAlive);
     }
-    config.itIsAlive = true;
-    config.load(Pushed(""));
-    EXPECT_FALSE(config.itIsAlive);
     config.load(Pushed("only a host\n"));
     EXPECT_TRUE(config.itIsAlive) << "a cut text reads as an empty configuration";
     EXPECT_EQ(config.itsLastCheck, 0) << "that is the file's";
+    config.load(Pushed(""));
+    EXPECT_FALSE(config.itIsAlive);
 
-    InterceptorConfig unordered;
-    unordered.itAssertsTrust = unordered.itIsAlive = unordered.itChecksCallerAddress = true;
-    unordered.itsTrustInterval = 5;
-    unordered.load(Pushed("trustKey=k\nchecksCallerAddress=F\nassertsTrust=T\nhost\n" + kRest));
-    EXPECT_FALSE(unordered.itIsAlive);
-    EXPECT_TRUE(unordered.itChecksTrust && unordered.itAssertsTrust) << "read up to there";
-    EXPECT_EQ(unordered.itsTrustInterval, 5);
-    EXPECT_EQ(unordered.itsAgentPort, 0);
-    unordered.load(Pushed("host\n" + kRest));
-    EXPECT_FALSE(unordered.itChecksTrust || unordered.itAssertsTrust) << "without a trust block";
-    EXPECT_TRUE(unordered.itChecksCallerAddress) << "stays as it was";
-    EXPECT_EQ(unordered.itsTrustInterval, 0);
-    EXPECT_EQ(text(unordered.trustKey()), "");
+    config.itChecksCallerAddress = true;
+    config.itsTrustInterval = 5;
+    config.load(Pushed("trustKey=k\nassertsTrust=T\nno line of the block\n" + kRest));
+    EXPECT_FALSE(config.itIsAlive);
+    EXPECT_TRUE(config.itChecksTrust && config.itAssertsTrust) << "read up to there";
+    EXPECT_EQ(config.itsTrustInterval, 5);
+    config.load(Pushed("host\n" + kRest));
+    EXPECT_FALSE(config.itChecksTrust || config.itAssertsTrust) << "without a trust block";
+    EXPECT_TRUE(config.itChecksCallerAddress) << "stays as it was";
+    EXPECT_EQ(config.itsTrustInterval, 0);
+    EXPECT_EQ(text(config.trustKey()), "");
 }
 
 class ConfigFile : public testing::Test {
@@ -153,11 +96,10 @@ protected:
 };
 
 TEST_F(ConfigFile, IsFoundThroughTheEnvironmentOnce) {
-    auto& name = InterceptorConfig::getConfigFilename();
     const char* const rows[][2] = {{"/etc/qz", "/etc/qz/Uplink.cfg"},
                                    {"", "/var/opt/quenvale/QZ.Interceptor/Uplink.cfg"}};
     for (const auto& [directory, path] : rows) {
-        name = Util::String();
+        InterceptorConfig::getConfigFilename() = Util::String();
         for (const char* set : {directory, "/elsewhere"}) {
             setenv("QZ_INTERCEPTORCONFIG", set, 1);
             EXPECT_STREQ(InterceptorConfig::getConfigFilename().c_str(), path);
@@ -174,18 +116,21 @@ TEST_F(ConfigFile, IsReadAtConstructionAndRefusedForAConfigurationOfTheAgent) {
     EXPECT_EQ(config.itsAgentPort, 4850);
     EXPECT_GT(config.itsLastCheck, 0);
 
-    write("host\n1\n1\n" + kManyWildcards + "0\n0\n0\n0\n1\nfield\n");
+    // Twice as many empty rows as a cut text is given.
+    write("host\n1\n1\n9000\n" + std::string(3 * 9000, '\n') + "0\n0\n0\n0\n1\nfield\n");
     config.Refresh(false);
     ASSERT_TRUE(config.hasFlowFieldNames()) << "the last line of a file is its last";
     EXPECT_STREQ(config.flowFieldNames()->getHead()->data.c_str(), "field");
     write("host\n1\n1\n2000000000\ng\ns\no\n");
     config.Refresh(false);
     EXPECT_TRUE(config.itIsAlive) << "a cut file ends soon";
-    EXPECT_FALSE(config.hasFlowFieldNames());
 
     unlink(itsPath.c_str());
-    config.Refresh(false);
-    EXPECT_FALSE(config.itIsAlive) << "a file that can't be opened";
+    for (const bool checksFirst : {true, false}) {
+        config.itIsAlive = true;
+        config.Refresh(checksFirst);
+        EXPECT_FALSE(config.itIsAlive) << "a file that can't be opened";
+    }
     EXPECT_EQ(harness::thrown([] { InterceptorConfig().Refresh(true); }),
               "InterceptorConfig::Refresh cannot be called: config is not fetched from file.");
 }

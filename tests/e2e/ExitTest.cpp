@@ -5,52 +5,38 @@
 namespace e2e {
 namespace {
 
-constexpr int kRuns = 40;  // of each state, of five
-
-void exitInEach(AgentPeer& agent, const Environment& environment,
-                const std::vector<std::string>& lines) {
-    for (int i = 0; i < kRuns; ++i) {
-        Driver driver(quick(agent, environment));
-        for (const auto& line : lines) driver.run(line);
-        driver.leave();
-        if (testing::Test::HasFailure()) FAIL() << "run " << i;
-    }
-}
-
-TEST(EndToEndExit, WithNoAgent) {
-    AgentPeer agent;
-    started(agent).stop();
-    exitInEach(agent, {{"com.quenvale.interceptor.sdk.asyncTestFreq", "1"}}, {"spin 2"});
-}
-
-TEST(EndToEndExit, BeforeAnythingWasReported) {
-    AgentPeer agent;
-    exitInEach(started(agent), {}, {});
-}
-
-TEST(EndToEndExit, WhileTheWatcherIsInItsHandshake) {
-    AgentPeer agent;
-    QZAgent::Faults silent;
+TEST(EndToEndExit, IsCleanWhateverOurThreadsAreDoing) {
+    QZAgent::Faults none, silent, slow;
     silent.silentAccept = true;
-    agent.setFaults(silent);
-    exitInEach(started(agent), {}, {"spin 1"});
-}
-
-TEST(EndToEndExit, WhileEventsFlow) {
-    QZAgent::PeerSettings settings;
-    settings.onEvent = [](const ReceivedEvent&) {};
-    AgentPeer agent(settings);
-    exitInEach(started(agent), {{"QZ_INTERCEPTOR_FLUSHINTERVAL", "1"}}, {"spin 2", "flush"});
-}
-
-TEST(EndToEndExit, WhileASendIsStuck) {
-    AgentPeer agent;
-    started(agent);
-    QZAgent::Faults slow;
     slow.readChunk = 512;
     slow.readPauseMs = 20;
-    agent.setFaults(slow, QZAgent::Port::Events);
-    exitInEach(agent, {}, {"server http://host.example/svc/a op - -", "spin 2"});
+    const Environment noAgent = {{"QUENVALE_BOOTSTRAP_URL", "tcp://127.0.0.1:1"},
+                                 {"com.quenvale.interceptor.sdk.asyncTestFreq", "1"}};
+    const struct {
+        const char* when;
+        QZAgent::Faults faults;
+        Environment environment;
+        std::vector<std::string> lines;
+    } rows[] = {
+        {"nothing was reported", none, {}, {}},
+        {"no agent", none, noAgent, {"spin 2"}},
+        {"in the watcher's handshake", silent, {}, {"spin 1"}},
+        {"events flow", none, {{"QZ_INTERCEPTOR_FLUSHINTERVAL", "1"}}, {"spin 2", "flush"}},
+        {"a send is stuck", slow, {}, {"server http://host.example/a op - -", "spin 2"}},
+    };
+    for (const auto& row : rows) {
+        QZAgent::PeerSettings settings;
+        settings.onEvent = [](const ReceivedEvent&) {};
+        AgentPeer agent(settings);
+        agent.setFaults(row.faults);
+        started(agent);
+        for (int i = 0; i < 40 && !HasFailure(); ++i) {
+            SCOPED_TRACE(row.when + (", run " + std::to_string(i)));
+            Driver driver(quick(agent, row.environment));
+            for (const auto& line : row.lines) driver.run(line);
+            driver.leave();
+        }
+    }
 }
 
 }  // namespace

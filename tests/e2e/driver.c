@@ -65,12 +65,10 @@ static void serverCall(char** words) {
  * in what it may have kept. */
 static void ownRecords(char** words) {
     static const size_t kLengths[] = {0, 1, 7, 8, 15, 16, 63, 255, 256, 319, 1000, 1023, 1024};
-    static const size_t kCount = sizeof kLengths / sizeof *kLengths;
     char text[1025];
-    const int count = atoi(words[1]);
-    for (int i = 0; i < count; ++i) {
+    for (int i = 0; i < atoi(words[1]); ++i) {
         memset(text, 'x', sizeof text);
-        text[kLengths[(size_t)i % kCount]] = '\0';
+        text[kLengths[(size_t)i % (sizeof kLengths / sizeof *kLengths)]] = '\0';
         ServerInteractionStruct* call = calloc(1, sizeof *call);
         call->interaction = calloc(1, sizeof *call->interaction);
         InteractionStubStruct* stub = call->interaction->stub = calloc(1, sizeof *stub);
@@ -87,19 +85,17 @@ static void ownRecords(char** words) {
     }
 }
 
-struct Work {
-    int thread;
-    int calls;
-};
-
 /* A negative number of calls never ends. */
+static struct Work {
+    pthread_t id;
+    int calls;
+} ourWork[64];
+
 static void* makeCalls(void* argument) {
-    struct Work work = *(struct Work*)argument;
+    const struct Work* work = argument;
     char op[32];
-    int i;
-    free(argument);
-    snprintf(op, sizeof op, "t%d", work.thread);
-    for (i = 1; work.calls < 0 || i <= work.calls; ++i) {
+    snprintf(op, sizeof op, "t%d", (int)(work - ourWork));
+    for (int i = 1; work->calls < 0 || i <= work->calls; ++i) {
         ServerInteractionStruct* call = begin("http://host.example/shop/cart", op);
         siSetSize(call, i);
         qz_serverAnalyzed(call);
@@ -109,25 +105,12 @@ static void* makeCalls(void* argument) {
     return NULL;
 }
 
-static pthread_t startCalls(int thread, int calls) {
-    pthread_t id;
-    struct Work* work = malloc(sizeof *work);
-    work->thread = thread;
-    work->calls = calls;
-    if (pthread_create(&id, NULL, makeCalls, work) != 0) exit(3);
-    return id;
-}
-
 static void flood(int threads, int calls) {
-    pthread_t ids[64];
-    int i;
-    for (i = 0; i < threads; ++i) ids[i] = startCalls(i, calls);
-    for (i = 0; i < threads; ++i) pthread_join(ids[i], NULL);
-}
-
-static void spin(int threads) {
-    int i;
-    for (i = 0; i < threads; ++i) pthread_detach(startCalls(i, -1));
+    for (int i = 0; i < threads; ++i) {
+        ourWork[i].calls = calls;
+        if (pthread_create(&ourWork[i].id, NULL, makeCalls, &ourWork[i]) != 0) exit(3);
+    }
+    for (int i = 0; calls >= 0 && i < threads; ++i) pthread_join(ourWork[i].id, NULL);
 }
 
 static ServerInteractionStruct* ourOpenCall;
@@ -149,7 +132,7 @@ static int obey(char** words) {
     } else if (strcmp(command, "flood") == 0) {
         flood(atoi(words[1]), atoi(words[2]));
     } else if (strcmp(command, "spin") == 0) {
-        spin(atoi(words[1]));
+        flood(atoi(words[1]), -1);
     } else if (strcmp(command, "flush") == 0) {
         qz_flushUplink();
     } else {

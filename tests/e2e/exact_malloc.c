@@ -1,6 +1,5 @@
 /* Linked into a driver of its own: an allocator that a host might bring. Its blocks hold what was
  * asked for, in steps of 8 bytes and no more, and whoever writes beyond ends the process. */
-#include <errno.h>
 #include <stddef.h>
 #include <stdlib.h>
 #include <string.h>
@@ -20,15 +19,13 @@ static struct Head* headOf(void* block) {
     return (struct Head*)block - 1;
 }
 
-void* memalign(size_t alignment, size_t size) {
+void* aligned_alloc(size_t alignment, size_t size) {
     const size_t lead = alignment < sizeof(struct Head) ? sizeof(struct Head) : alignment;
     const size_t usable = size == 0 ? 8 : (size + 7) / 8 * 8;
-    if (usable < size) return NULL;
     char* start = (char*)__libc_memalign(lead, lead + usable + sizeof GUARD);
     if (start == NULL) return NULL;
     char* block = start + lead;
-    headOf(block)->start = start;
-    headOf(block)->size = usable;
+    *headOf(block) = (struct Head){start, usable};
     memcpy(block + usable, GUARD, sizeof GUARD);
     return block;
 }
@@ -41,16 +38,7 @@ size_t malloc_usable_size(void* block) {
 }
 
 void* malloc(size_t size) {
-    return memalign(0, size);
-}
-
-void* aligned_alloc(size_t alignment, size_t size) {
-    return memalign(alignment, size);
-}
-
-int posix_memalign(void** block, size_t alignment, size_t size) {
-    *block = memalign(alignment, size);
-    return *block == NULL ? ENOMEM : 0;
+    return aligned_alloc(sizeof(struct Head), size);
 }
 
 void free(void* block) {
@@ -62,7 +50,6 @@ void free(void* block) {
 /* Filled through a pointer, or the compiler would make a call of calloc of it. */
 void* calloc(size_t count, size_t size) {
     static void* (*const volatile fill)(void*, int, size_t) = memset;
-    if (size != 0 && count > (size_t)-1 / size) return NULL;
     void* block = malloc(count * size);
     return block == NULL ? NULL : fill(block, 0, count * size);
 }

@@ -1,26 +1,12 @@
 #include "harness/Child.h"
 
-#include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/socket.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
-#include <time.h>
-#include <unistd.h>
-
-#include <cstring>
 
 namespace harness {
 
 namespace {
-
-long long now() {
-    timespec t;
-    clock_gettime(CLOCK_MONOTONIC, &t);
-    return t.tv_sec * 1000LL + t.tv_nsec / 1000000;
-}
 
 bool isOfTheLibrary(const std::string& variable) {
     for (const char* start : {"QZ_", "QUENVALE_", "com.quenvale", "user.home"})
@@ -28,45 +14,39 @@ bool isOfTheLibrary(const std::string& variable) {
     return false;
 }
 
+std::vector<char*> pointersTo(std::vector<std::string>& texts) {
+    std::vector<char*> pointers;
+    for (std::string& text : texts) pointers.push_back(text.data());
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
 }  // namespace
 
-Child::Child(const std::string& program, const std::vector<std::string>& arguments,
+Child::Child(std::string program, std::vector<std::string> arguments,
              const std::map<std::string, std::string>& environment) {
     std::vector<std::string> variables;
     for (char** v = environ; *v != nullptr; ++v)
         if (!isOfTheLibrary(*v)) variables.emplace_back(*v);
     for (const auto& [name, value] : environment) variables.push_back(name + "=" + value);
-    std::vector<char*> env, args;
-    for (auto& v : variables) env.push_back(v.data());
-    env.push_back(nullptr);
-    std::string path = program;
-    std::vector<std::string> texts = arguments;
-    args.push_back(path.data());
-    for (auto& a : texts) args.push_back(a.data());
-    args.push_back(nullptr);
+    arguments.insert(arguments.begin(), program);
 
-    int in[2], out[2];
-    // A write to a socket whose reader has gone raises no signal.
-    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, in) != 0) return;
-    if (pipe2(out, O_CLOEXEC) != 0) return;
+    int ends[2];
+    EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, in[0], 0);
-    posix_spawn_file_actions_adddup2(&actions, out[1], 1);
-    if (posix_spawn(&itsId, program.c_str(), &actions, nullptr, args.data(), env.data()) != 0)
+    for (const int stream : {0, 1}) posix_spawn_file_actions_adddup2(&actions, ends[0], stream);
+    if (posix_spawn(&itsId, program.c_str(), &actions, nullptr, pointersTo(arguments).data(),
+                    pointersTo(variables).data()) != 0)
         itsId = -1;
     posix_spawn_file_actions_destroy(&actions);
-    close(in[0]);
-    close(out[1]);
-    itsInput = in[1];
-    itsOutput = out[0];
+    close(ends[0]);
+    itsSocket.emplace(ends[1]);
 }
 
 Child::~Child() {
-    kill();
+    if (itsId > 0) kill(itsId, SIGKILL);
     wait();
-    close(itsInput);
-    close(itsOutput);
 }
 
 std::string Child::ask(const std::string& line, int limit) {
@@ -74,58 +54,31 @@ std::string Child::ask(const std::string& line, int limit) {
     return readLine(limit);
 }
 
-void Child::tell(const std::string& line) {
-    const std::string text = line + "\n";
-    // A program that has ended shows at the next read.
-    send(itsInput, text.data(), text.size(), MSG_NOSIGNAL);
-}
-
 std::string Child::readLine(int limit) {
-    const long long deadline = now() + limit;
-    for (;;) {
-        const std::size_t end = itsPending.find('\n');
-        if (end != std::string::npos) {
-            std::string line = itsPending.substr(0, end);
-            itsPending.erase(0, end + 1);
-            return line;
-        }
-        if (!fill(deadline)) return "";
+    const timeval time = {limit / 1000, limit % 1000 * 1000};
+    setsockopt(itsSocket->descriptor(), SOL_SOCKET, SO_RCVTIMEO, &time, sizeof time);
+    for (std::string line;;) {
+        const std::string byte = itsSocket->receive(1);
+        if (byte.empty()) return "";
+        if (byte == "\n") return line;
+        line += byte;
     }
 }
 
-std::string Child::readAll(int limit) {
-    const long long deadline = now() + limit;
-    while (fill(deadline)) {
-    }
-    return itsPending;
+std::string Child::readAll() {
+    std::string all;
+    for (std::string byte; !(byte = itsSocket->receive(1)).empty();) all += byte;
+    return all;
 }
 
-int Child::wait(int limit) {
-    if (itsId <= 0) return 1000;
-    const int handle = static_cast<int>(syscall(SYS_pidfd_open, itsId, 0));
-    pollfd ended = {handle, POLLIN, 0};
-    const bool hasEnded = poll(&ended, 1, limit) > 0;
-    close(handle);
-    if (!hasEnded) return 1000;
+// The end of the program closes its end of the socket, whatever it was doing.
+int Child::wait() {
+    readAll();
+    if (itsId <= 0 || itsSocket->outcome() == "timeout") return 1000;
     int status = 0;
     waitpid(itsId, &status, 0);
     itsId = -1;
     return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-}
-
-void Child::kill() {
-    if (itsId > 0) ::kill(itsId, SIGKILL);
-}
-
-bool Child::fill(long long deadline) {
-    const long long left = deadline - now();
-    pollfd output = {itsOutput, POLLIN, 0};
-    if (left <= 0 || poll(&output, 1, static_cast<int>(left)) <= 0) return false;
-    char buffer[4096];
-    const ssize_t count = read(itsOutput, buffer, sizeof buffer);
-    if (count <= 0) return false;
-    itsPending.append(buffer, static_cast<std::size_t>(count));
-    return true;
 }
 
 }  // namespace harness

@@ -1,10 +1,9 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <map>
-#include <string>
-#include <vector>
+#include <optional>
+
+#include "harness/loopback.h"
 
 namespace harness {
 
@@ -17,7 +16,7 @@ public:
     static constexpr int kLimit = 60000;
 
     /// The environment is the test's own without the variables of the library, plus `environment`.
-    Child(const std::string& program, const std::vector<std::string>& arguments,
+    Child(std::string program, std::vector<std::string> arguments,
           const std::map<std::string, std::string>& environment);
     ~Child();  // Kills what still runs.
     Child(const Child&) = delete;
@@ -25,23 +24,17 @@ public:
 
     /// Sends a line and gives the line that answers; empty when the program is gone or too slow.
     std::string ask(const std::string& line, int limit = kLimit);
-    void tell(const std::string& line);
+    void tell(const std::string& line) { itsSocket->send(line + "\n"); }
     std::string readLine(int limit = kLimit);
     /// All output until the program closes it.
-    std::string readAll(int limit = kLimit);
+    std::string readAll();
 
     /// The exit code, or minus the signal that ended it, or 1000 when it runs on.
-    int wait(int limit = kLimit);
-    void kill();
-    pid_t id() const { return itsId; }
+    int wait();
 
 private:
-    bool fill(long long deadline);
-
     pid_t itsId = -1;
-    int itsInput = -1;
-    int itsOutput = -1;
-    std::string itsPending;
+    std::optional<RawSocket> itsSocket;
 };
 
 }  // namespace harness

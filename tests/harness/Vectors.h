@@ -1,7 +1,6 @@
 #pragma once
 
 #include <fstream>
-#include <optional>
 #include <sstream>
 
 #include "harness/test.h"
@@ -13,22 +12,19 @@ namespace harness {
 class Row {
 public:
     explicit Row(const std::string& line) : itsLine(line) {
-        std::istringstream cells(line);
-        for (std::string cell; std::getline(cells, cell, '\t');)
-            itsCells.push_back(cell == "\\N" ? std::nullopt : std::optional<std::string>(cell));
-        // A last cell that is empty ends in a tab.
-        if (line.empty() || line.back() == '\t') itsCells.emplace_back("");
+        std::istringstream cells(line + '\t');
+        for (std::string cell; std::getline(cells, cell, '\t');) itsCells.push_back(cell);
     }
 
     const std::string& line() const { return itsLine; }
     const char* at(std::size_t column) const {
-        const auto& cell = itsCells.at(column);
-        return cell ? cell->c_str() : nullptr;
+        const std::string& cell = itsCells.at(column);
+        return cell == "\\N" ? nullptr : cell.c_str();
     }
 
 private:
     std::string itsLine;
-    std::vector<std::optional<std::string>> itsCells;
+    std::vector<std::string> itsCells;
 };
 
 inline std::vector<Row> readVectors(const char* file) {

@@ -56,30 +56,26 @@ inline std::string incoming(SDK::Checkpoints* checkpoints) {
     return result;
 }
 
+template <class Exception, class... Others, class F>
+std::string thrownOf(F&& action) {
+    try {
+        if constexpr (sizeof...(Others) > 0) return thrownOf<Others...>(action);
+        action();
+    } catch (Exception* e) {
+        const std::unique_ptr<Exception> exception(e);
+        const char* message = e->getMessage().c_str();
+        return message == nullptr ? "EOFException" : message;
+    }
+    return "nothing";
+}
+
 /// What `action` throws, as its message; an EOFException, which has none, by its name. "nothing"
 /// when it returns. The exception object is deleted.
 template <class F>
 std::string thrown(F&& action) {
-    const auto take = [](auto* exception) {
-        const std::string text = exception->getMessage().c_str();
-        delete exception;
-        return text;
-    };
-    try {
-        action();
-    } catch (SDK::Util::APIException* e) {
-        return take(e);
-    } catch (SDK::Util::IOException* e) {
-        return take(e);
-    } catch (SDK::Util::RuntimeException* e) {
-        return take(e);
-    } catch (SDK::Util::IllegalArgumentException* e) {
-        return take(e);
-    } catch (SDK::Util::EOFException* e) {
-        delete e;
-        return "EOFException";
-    }
-    return "nothing";
+    using namespace SDK::Util;
+    return thrownOf<APIException, IOException, RuntimeException, IllegalArgumentException,
+                    EOFException>(action);
 }
 
 /// The lines of a text; behind `goodLines` of them every read fails.

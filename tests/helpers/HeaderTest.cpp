@@ -20,8 +20,7 @@ TEST(Header, WhatEachTextSets) {
         {"nothing at all", nullptr, "NIL NIL NIL none none"},
         {"an empty text", "", "NIL NIL NIL none none"},
         {"no pair in it", "abc", "NIL NIL NIL none none"},
-        {"an empty value is ignored", "Flow=;", "NIL NIL NIL none none"},
-        {"the last one wins", "Flow=a;Flow=b;", "b NIL NIL none none"},
+        {"the last one wins, if it is not empty", "Flow=a;Flow=b;Flow=;", "b NIL NIL none none"},
         {"a time without a name", "CPTime=5;", "NIL NIL NIL none none"},
         {"a time of zero", "name=a;CPTime=0;", "NIL NIL NIL none none"},
         {"a checkpoint without a name", "name=;CPTime=5;", "NIL NIL NIL none none"},
@@ -31,7 +30,6 @@ TEST(Header, WhatEachTextSets) {
          "NIL NIL NIL none a=1 b=3 c=c =x y= "},
         {"a semicolon splits a value", "Locus=a;b=c;", "NIL NIL a none none"},
         {"a last pair without its end", "Locus=a", "NIL NIL a none none"},
-        {"equals signs belong to the value", "Path=abc==;", "NIL abc== NIL none none"},
         {"keys have a case", "flow=a;FLOW=b", "NIL NIL NIL none none"},
         {"a name may hold anything", "x;Flow=a;Locus=b;", "NIL NIL b none none"},
     };
@@ -73,10 +71,6 @@ TEST(Header, IsWrittenInItsOrder) {
               "name=start;CPTime=25;CPTime=25;CalleeAddress=10.1.2.3;"
               "FlowFields=customer:42,next:x;")
         << "trust is not asserted without a configuration";
-    client.setPeerAddr("");
-    client.setUrl("http://back.example:80/x");
-    EXPECT_NE(text(Helpers::writeHeader(&client, false)).find("CalleeAddress=back.example;"),
-              std::string::npos);
 }
 
 // Whatever the client writes, the server stores; texts as long as a page too.
@@ -89,37 +83,34 @@ TEST(Header, ReadsWhatItWroteAndAnyBytesDoNoHarm) {
         for (char& c : result) c = letters[random() % letters.size()];
         return String(result.c_str());
     };
+    const auto all = [](const auto&... texts) { return std::vector<std::string>{text(texts)...}; };
     for (int i = 0; i < 300; ++i) {
         const std::size_t longest = i % 3 == 0 ? 3000 : 40;
         ClientInteraction client;
         client.itsGroupName = "g";
         client.loadFromCache();
-        client.itsInteractionID = value(longest);
-        client.itsFlowID = value(longest);
+        for (String* each :
+             {&client.itsInteractionID, &client.itsFlowID, &client.itsLocus, &client.itsOpID})
+            *each = value(longest);
         client.setPathID(value(longest));
-        client.itsLocus = value(longest);
-        client.itsOpID = value(longest);
         client.setPeerAddr(value(longest));
         client.addFlowFieldToPropagate("key", value(longest), true);
         ServerInteraction server;
         EXPECT_TRUE(Helpers::readHeader(Helpers::writeHeader(&client, false), &server));
-        EXPECT_EQ(text(server.itsUpstreamInteractionID), text(client.itsInteractionID));
-        EXPECT_EQ(text(server.itsFlowID), text(client.itsFlowID));
-        EXPECT_EQ(text(server.itsPathID), text(client.itsPathID));
-        EXPECT_EQ(text(server.itsLocus), text(client.itsLocus));
-        EXPECT_EQ(text(server.itsUpstreamOpID), text(client.itsOpID));
-        EXPECT_EQ(text(server.itsCalleeAddr), text(client.itsPeerAddr));
+        EXPECT_EQ(all(server.itsUpstreamInteractionID, server.itsFlowID, server.itsPathID,
+                      server.itsLocus, server.itsUpstreamOpID, server.itsCalleeAddr),
+                  all(client.itsInteractionID, client.itsFlowID, client.itsPathID, client.itsLocus,
+                      client.itsOpID, client.itsPeerAddr));
         EXPECT_EQ(fieldsOf(server.itsFlowFields), fieldsOf(client.itsFlowFields));
     }
-    for (const std::size_t size : {std::size_t{10}, std::size_t{1000}, std::size_t{1} << 20}) {
-        static const std::string parts[] = {"=",    ";",      ",",          ":",    "Flow",
+    const std::vector<std::string> parts = {"=",    ";",      ",",          ":",    "Flow",
                                             "name", "CPTime", "FlowFields", "\xff", "x"};
+    for (const std::size_t size : {10, 1000, 1 << 20}) {
         std::string header;
-        while (header.size() < size) header += parts[random() % 10];
+        while (header.size() < size) header += parts[random() % parts.size()];
         ServerInteraction server;
         EXPECT_TRUE(Helpers::readHeader(header.c_str(), &server));
-        const std::string list = "FlowFields=" + std::string(size, ',') + "a:b";
-        EXPECT_TRUE(Helpers::readHeader(list.c_str(), &server));
+        EXPECT_TRUE(Helpers::readHeader(("FlowFields=" + std::string(size, ',')).c_str(), &server));
     }
 }
 

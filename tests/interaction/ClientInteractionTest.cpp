@@ -17,8 +17,6 @@ TEST_F(ClientInteractionTest, WithoutAServerItIsAFlowOfItsOwn) {
     EXPECT_EQ(client->itsInteractionID.length(), 24u);
     EXPECT_NE(client->itsFlowID, client->itsInteractionID);
     EXPECT_TRUE(client->itsParentID.empty());
-    EXPECT_EQ(client->itsSequenceNumber, 0);
-    EXPECT_TRUE(client->_getPathID(true).empty());
     EXPECT_TRUE(client->itsCreateFlag);
     client->itsParentID = "parent";
     const std::unique_ptr<SiteStub> stub(client->split());
@@ -44,7 +42,6 @@ TEST_F(ClientInteractionTest, TakesOnItsServersFlow) {
     EXPECT_FALSE(client->itsLocus.empty());
     EXPECT_EQ(client->itsPlatformType, 7);
     EXPECT_EQ(client->itsCheckpoints, server->itsCheckpoints);
-    EXPECT_FALSE(client->itOwnsShared);
     EXPECT_NE(client->itsUplinkData, nullptr);
 
     const auto before = Util::counter.load();
@@ -62,28 +59,21 @@ TEST_F(ClientInteractionTest, TakesOnItsServersFlow) {
     EXPECT_FALSE(client->itsFlowID.empty());
     EXPECT_EQ(client->itsFlowID, server->itsFlowID) << "also where the server reports nothing";
     EXPECT_TRUE(client->itsParentID.empty()) << "the server's id as it stands";
-    client->end();
-    server->end();
 }
 
 TEST_F(ClientInteractionTest, OneKeyMakesAnEntryTwoDoNot) {
-    const struct {
-        const char *key, *clientKey;
-        bool isFound;
-    } rows[] = {{"k", nullptr, true}, {"k", "c", false}, {nullptr, "c", false}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(testing::PrintToString(row.clientKey));
+    const auto makesEntry = [](const char* key, const char* clientKey) {
         auto server = newServer("k");
         auto inner = newServer();
-        auto client = newClient(row.key, row.clientKey);
-        EXPECT_EQ(client->itsFlowID == server->itsFlowID, row.key != nullptr)
+        auto client = newClient(key, clientKey);
+        EXPECT_EQ(client->itsFlowID == server->itsFlowID, key != nullptr)
             << "the parent is the key's server also without an entry";
-        EXPECT_EQ(Interaction::get("k", true) == client.get(), row.isFound);
         EXPECT_EQ(Interaction::get("c", true), nullptr);
-        client->end();
-        inner->end();
-        server->end();
-    }
+        return Interaction::get("k", true) == client.get();
+    };
+    EXPECT_TRUE(makesEntry("k", nullptr));
+    EXPECT_FALSE(makesEntry("k", "c"));
+    EXPECT_FALSE(makesEntry(nullptr, "c"));
 }
 
 TEST_F(ClientInteractionTest, ThePathIsComputedOnce) {
@@ -108,33 +98,41 @@ TEST_F(ClientInteractionTest, ManagedExternallyItLeavesTheThreadOnce) {
     auto client = newClient();
     client->manageExternally();
     EXPECT_TRUE(client->itIsSplit);
-    EXPECT_EQ(Interaction::get(nullptr, true), below.get());
+    EXPECT_EQ(onThread(true), below.get());
     // On top again, so that a second pop would show.
     client->storeLocalKey("k");
-    std::thread([&] { client->end(); }).join();
-    client->itsRefCount = 1;
+    harness::onThreads([&] { client->end(); });
     EXPECT_EQ(client->itsState, 3);
     EXPECT_EQ(Interaction::get("k", true), client.get());
-    EXPECT_EQ(Interaction::get(nullptr, true), client.get());
+    EXPECT_EQ(onThread(true), client.get());
     EXPECT_EQ(reports(), "whole ");
-    below->end();
 }
 
 TEST_F(ClientInteractionTest, SiblingsOnTwoThreadsShareWhatTheServerMakes) {
-    for (int i = 0; i < 100; ++i) {
+    for (int i = 0; i < 400; ++i) {
         auto server = newServer("parent");
+        const char* const start = i % 2 == 0 ? nullptr : "";
+        server->setFlowID(start);
+        server->setInteractionID(start);
         server->itsUrl = "http://host/shop/cart";
+        server->itIsInternal = true;  // A report would make the ids.
         server->requestAnalyzed();
         server->itComputesPath = true;
+        String seen[2];
+        std::atomic<int> missing{2};
+        const auto work = [&](String& ids) {
+            --missing;
+            while (missing > 0) continue;
+            ids = server->getFlowID() + server->getInteractionID() + server->_getPathID(false);
+            return newClient("parent", "none");
+        };
         Client clients[2];
-        harness::onThreads([&] { clients[0] = newClient("parent", "none"); },
-                           [&] { clients[1] = newClient("parent", "none"); });
-        EXPECT_EQ(clients[0]->itsFlowID, clients[1]->itsFlowID);
-        EXPECT_EQ(clients[0]->itsPPathID, server->itsPathID);
-        EXPECT_EQ(clients[1]->itsPPathID, server->itsPathID);
+        harness::onThreads([&] { clients[0] = work(seen[0]); },
+                           [&] { clients[1] = work(seen[1]); });
+        ASSERT_EQ(seen[0], seen[1]);
+        for (auto& client : clients)
+            EXPECT_EQ(client->itsFlowID + client->itsParentID + client->itsPPathID, seen[0]);
         EXPECT_NE(clients[0]->itsSequenceNumber, clients[1]->itsSequenceNumber);
-        for (auto& client : clients) client->end();
-        server->end();
     }
 }
 

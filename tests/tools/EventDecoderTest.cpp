@@ -31,6 +31,10 @@ unsigned long long mask(std::initializer_list<int> bits) {
     return sum;
 }
 
+std::string event(int flags, std::initializer_list<int> bits, const std::string& fields) {
+    return eventBytes(flags, mask(bits), bytes(fields));
+}
+
 // Every field of a server's request, in the order of the bytes, which is not the order of the bits.
 TEST(EventDecoder, TakesEachFieldOfARequestInItsPlaceAndShowsIt) {
     const std::string data = eventBytes(
@@ -95,29 +99,26 @@ TEST(EventDecoder, TakesEachFieldOfARequestInItsPlaceAndShowsIt) {
               "malformed: connection 4, byte 120, byte 21 of its event: why\n");
 }
 
-TEST(EventDecoder, TakesTheSmallestEventAndAWholeOneWithAFailure) {
+TEST(EventDecoder, TakesTheSmallestEventAndAWholeOneWithAFailureAndAPayload) {
     const Decoded smallest = decode(smallestEvent());
     ASSERT_TRUE(smallest.good) << smallest.error.reason;
     EXPECT_EQ(smallest.event.kind(), EventKind::Reply);
     EXPECT_EQ(smallest.event.totalSize, 22u);
     EXPECT_FALSE(smallest.event.flowID || smallest.event.time || smallest.event.hasPayload());
 
-    const Decoded got = decode(
-        eventBytes(0x8B, mask({1, 30, 18, 37}), bytes("01 0000000A 00000004 00000002'no' 01")));
+    const Decoded got =
+        decode(event(0x8B, {1, 30, 18, 37}, "01 0000000A 00000004 00000002'no' 01"));
     ASSERT_TRUE(got.good) << got.error.reason;
     EXPECT_EQ(got.event.kind(), EventKind::Whole);
     EXPECT_TRUE(got.event.isClient());
     EXPECT_TRUE(got.event.rtTime == 10 && got.event.coTime == 4 && got.event.failed == 1);
     EXPECT_EQ(got.event.failure, "no");
-}
 
-TEST(EventDecoder, FindsThePayload) {
-    const std::string separate = eventBytes(0x01, mask({19}), bytes("01"), 3);
     for (const std::string& payload : {std::string(), bytes("'a' 00 'b'")}) {
-        const Decoded got = decode(separate + payload);
-        ASSERT_TRUE(got.good) << got.error.reason;
-        EXPECT_EQ(got.event.payloadSize(), 3u);
-        EXPECT_EQ(got.payload, payload);
+        const Decoded paid = decode(eventBytes(0x01, mask({19}), bytes("01"), 3) + payload);
+        EXPECT_TRUE(paid.good) << paid.error.reason;
+        EXPECT_EQ(paid.event.payloadSize(), 3u);
+        EXPECT_EQ(paid.payload, payload);
     }
 }
 
@@ -126,18 +127,17 @@ TEST(EventDecoder, FindsTheEndOfAShortListOfIncomingCheckpoints) {
     const std::string one = "00000001'c' 0000000000000007";
     const std::string newOnes = " 00000002 00000001'n' 00000000";
     const struct {
-        const char* why;
         std::initializer_list<int> bits;
         std::string tail;
         std::size_t incoming, fresh;
     } rows[] = {
-        {"two arrivals, one entry, nothing behind", {39}, "00000002 " + one, 1, 0},
-        {"the count of the new is no name", {39, 40}, "00000003 " + one + newOnes, 1, 2},
-        {"all listed", {39, 40}, "00000002 " + one + one + newOnes, 2, 2},
+        {{39}, "00000002 " + one, 1, 0},
+        {{39, 40}, "00000003 " + one + newOnes, 1, 2},  // The count of the new is no name.
+        {{39, 40}, "00000002 " + one + one + newOnes, 2, 2},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.why);
-        const Decoded got = decode(eventBytes(0, mask(row.bits), bytes("01 " + row.tail)));
+        SCOPED_TRACE(row.tail);
+        const Decoded got = decode(event(0, row.bits, "01 " + row.tail));
         ASSERT_TRUE(got.good) << got.error.reason;
         EXPECT_EQ(got.event.incomingCheckpoints.size(), row.incoming);
         EXPECT_EQ(got.event.newCheckpoints.size(), row.fresh);
@@ -152,57 +152,40 @@ TEST(EventDecoder, RefusesWhatNoWriterMayWrite) {
         return copy;
     };
     const struct {
-        const char* why;
         std::string data;
         std::size_t offset;
         const char* reason;
     } rows[] = {
-        {"nothing", "", 0, "head: 21 bytes wanted, 0 are left"},
-        {"tag 0", patched(1, "00000000"), 1, "event tag is 0"},
-        {"negative size", patched(5, "80000000"), 5, "total size is negative"},
-        {"event larger than total", patched(9, "00000017"), 9,
-         "event size 23 exceeds total size 22"},
-        {"more bytes than sizes", small + "x", 9, "sizes 22 and 22 in 23 bytes"},
-        {"payload without its bit", eventBytes(1, kMark, bytes("01"), 4), 5,
-         "sizes speak of a payload, the mask doesn't"},
-        {"bit 47", eventBytes(1, mask({47}), bytes("01 01")), 13,
-         "unknown mask bits 0x800000000000"},
-        {"no mark", eventBytes(1, 0, ""), 13, "format mark is missing"},
-        {"other mark", eventBytes(1, kMark, bytes("02")), 0, "format mark is 2"},
-        {"whole but not replied", eventBytes(0x80, kMark, bytes("01")), 0,
-         "whole event without a reply"},
-        {"failure flag alone", eventBytes(9, kMark, bytes("01")), 0,
-         "failure flag and failure text disagree"},
-        {"url in a reply", eventBytes(1, mask({14}), bytes("01 00000001'/'")), 13,
-         "url has no place in a server's reply event"},
-        {"checkpoints in a reply", eventBytes(1, mask({40}), bytes("01 00000001 00000000")), 13,
-         "checkpoints have no place in a reply event"},
-        {"empty text", eventBytes(1, mask({2}), bytes("00000000 01")), 21,
-         "flowID is present but empty"},
-        {"text past the end", eventBytes(1, mask({5}), bytes("01 00000002'a'")), 22,
-         "interactionID: length 2, but 1 bytes are left"},
-        {"zero byte in a text", eventBytes(1, mask({5}), bytes("01 00000002'a'00")), 22,
-         "interactionID holds a zero byte"},
-        {"key without value", eventBytes(1, mask({36}), bytes("01 00000001 00000000")), 30,
+        {"", 0, "head: 21 bytes wanted, 0 are left"},
+        {patched(1, "00000000"), 1, "event tag is 0"},
+        {patched(5, "80000000"), 5, "total size is negative"},
+        {patched(9, "00000017"), 9, "event size 23 exceeds total size 22"},
+        {small + "x", 9, "sizes 22 and 22 in 23 bytes"},
+        {eventBytes(1, kMark, bytes("01"), 4), 5, "sizes speak of a payload, the mask doesn't"},
+        {event(1, {47}, "01 01"), 13, "unknown mask bits 0x800000000000"},
+        {eventBytes(1, 0, ""), 13, "format mark is missing"},
+        {event(1, {}, "02"), 0, "format mark is 2"},
+        {event(0x80, {}, "01"), 0, "whole event without a reply"},
+        {event(9, {}, "01"), 0, "failure flag and failure text disagree"},
+        {event(1, {14}, "01 00000001'/'"), 13, "url has no place in a server's reply event"},
+        {event(1, {40}, "01 00000001 00000000"), 13, "checkpoints have no place in a reply event"},
+        {event(1, {2}, "00000000 01"), 21, "flowID is present but empty"},
+        {event(1, {5}, "01 00000002'a'"), 22, "interactionID: length 2, but 1 bytes are left"},
+        {event(1, {5}, "01 00000002'a'00"), 22, "interactionID holds a zero byte"},
+        {event(1, {36}, "01 00000001 00000000"), 30,
          "value of a message field: 4 bytes wanted, 0 are left"},
-        {"no entry at all", eventBytes(0, mask({39}), bytes("01 00000002")), 26,
-         "incoming checkpoints don't fit their count of 2"},
-        {"event within the head", patched(9, "00000014"), 9,
-         "event size is below that of the head"},
-        {"failed 2", eventBytes(1, mask({37}), bytes("01 02")), 0, "failed is 2"},
-        {"calleeAddr of a client", eventBytes(2, mask({48}), bytes("01 00000001'c'")), 13,
+        {event(0, {39}, "01 00000002"), 26, "incoming checkpoints don't fit their count of 2"},
+        {patched(9, "00000014"), 9, "event size is below that of the head"},
+        {event(1, {37}, "01 02"), 0, "failed is 2"},
+        {event(2, {48}, "01 00000001'c'"), 13,
          "calleeAddr has no place in a client's request event"},
-        {"number 0", eventBytes(1, mask({0}), bytes("01 0000000000000000")), 22,
-         "time is present but 0"},
-        {"cut number", eventBytes(1, mask({0}), bytes("01 00000001")), 22,
-         "time: 8 bytes wanted, 4 are left"},
-        {"no message fields", eventBytes(1, mask({36}), bytes("01 00000000")), 22,
-         "number of message fields is 0"},
-        {"bytes left over", eventBytes(1, kMark, bytes("01 00")), 22,
-         "1 bytes are left over behind the last field"},
+        {event(1, {0}, "01 0000000000000000"), 22, "time is present but 0"},
+        {event(1, {0}, "01 00000001"), 22, "time: 8 bytes wanted, 4 are left"},
+        {event(1, {36}, "01 00000000"), 22, "number of message fields is 0"},
+        {event(1, {}, "01 00"), 22, "1 bytes are left over behind the last field"},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.why);
+        SCOPED_TRACE(row.reason);
         const Decoded got = decode(row.data);
         EXPECT_FALSE(got.good);
         EXPECT_EQ(got.error.offset, row.offset);

@@ -23,10 +23,8 @@ Event request(const char* flow, bool isClient, const char* id, const char* calle
 }
 
 Event reply(const Event& request) {
-    Event event;
-    event.flags = request.flags | Event::REPLIED;
-    event.flowID = request.flowID;
-    event.interactionID = request.interactionID;
+    Event event = request;
+    event.flags |= Event::REPLIED;
     event.time = ourTime++;
     return event;
 }

@@ -1,5 +1,7 @@
 #include "uplink/AgentEvent.h"
 
+#include <set>
+
 #include "config/InterceptorConfig.h"
 #include "harness/values.h"
 #include "interaction/ClientInteraction.h"
@@ -148,12 +150,13 @@ TEST(AgentEvent, FieldsStandInOrderInTheVariantsTheyBelongTo) {
     const struct {
         const char* why;
         int state;
-        bool wasNotified, isRequest, isReply;
+        bool wasNotified;
         int flags;
+        std::set<When> parts;  // of what both kinds tell
     } variants[] = {
-        {"request", 0, true, true, false, 0x00},
-        {"reply", 1, true, false, true, 0x09},
-        {"whole", 2, false, true, true, 0x89},
+        {"request", 0, true, 0x00, {kAlways, kRequest}},
+        {"reply", 1, true, 0x09, {kAlways, kReply}},
+        {"whole", 2, false, 0x89, {kAlways, kRequest, kReply, kWhole}},
     };
     for (const auto& variant : variants) {
         for (const bool isServer : {true, false}) {
@@ -161,13 +164,10 @@ TEST(AgentEvent, FieldsStandInOrderInTheVariantsTheyBelongTo) {
             std::string body;
             unsigned long long mask = 0;
             for (const Field& field : fields) {
-                if (field.when == kReply && !variant.isReply) continue;
-                if (field.when == kWhole && !(variant.isRequest && variant.isReply)) continue;
-                if ((field.when == kRequest || field.when == kServer) && !variant.isRequest)
-                    continue;
-                if (field.when == kServer && !isServer) continue;
+                const When when = field.when == kServer && isServer ? kRequest : field.when;
+                if (variant.parts.count(when) == 0) continue;
                 if (field.bit != kNoBit) mask |= 1ULL << field.bit;
-                body += field.bit == 0 ? number(variant.isReply ? 1050 : 1000, 8) : field.bytes;
+                body += field.bit == 0 ? number(variant.state > 0 ? 1050 : 1000, 8) : field.bytes;
             }
             const auto size = static_cast<long long>(21 + body.size());
             const std::string head = number(variant.flags | (isServer ? 0 : 2), 1) + number(1, 4) +
@@ -192,7 +192,6 @@ TEST(AgentEvent, TheSmallestIsAHeadAndTheFormatMark) {
     timeless.itsStartTime = LLONG_MAX;
     timeless.itsRtTime = 2;
     EXPECT_EQ(timeless.event().substr(22), number(LLONG_MIN + 1, 8)) << "any start may be set";
-    EXPECT_TRUE(AgentEvent(nullptr, false, true).itsIsClient);
     EXPECT_EQ(AgentEvent(nullptr, false, true).serialize().data, nullptr);
     Client call;
     const std::size_t bare = call.event().size();
@@ -201,45 +200,39 @@ TEST(AgentEvent, TheSmallestIsAHeadAndTheFormatMark) {
 }
 
 TEST(AgentEvent, FlagsAreThoseOfTheInteractionAndTheTagThatOfTheConfiguration) {
-    const struct {
-        bool Interaction::*field;
-        int flag;
-    } rows[] = {{&Interaction::itIsLowPriority, 0x04},
-                {&Interaction::itIsOneWay, 0x10},
-                {&Interaction::itsCreateFlag, 0x20},
-                {&Interaction::itsEventFlag, 0x40}};
-    for (const auto& row : rows) {
+    const std::pair<bool Interaction::*, int> flags[] = {{&Interaction::itIsLowPriority, 0x04},
+                                                         {&Interaction::itIsOneWay, 0x10},
+                                                         {&Interaction::itsCreateFlag, 0x20},
+                                                         {&Interaction::itsEventFlag, 0x40}};
+    for (const auto& [field, flag] : flags) {
         Client call;
         call.itsFailure = "counts only in a reply";
-        call.*row.field = true;
-        EXPECT_EQ(call.event()[0], row.flag | 0x02);
+        call.*field = true;
+        EXPECT_EQ(call.event()[0], flag | 0x02);
     }
     auto& tag = InterceptorConfig::itsCurrent.itsEventTag;
     const int before = tag.exchange(0x01020304);
     EXPECT_EQ(Client().event().substr(1, 4), "\1\2\3\4");
-    tag = 0;
-    EXPECT_EQ(Client().event().substr(1, 4), number(1, 4));
     tag = before;
 }
 
+bool hasBit(Interaction& call, int bit) {
+    AgentEvent event(&call, false, true);
+    event.computeSize(!call.isServer());
+    return (event.itsOptionalMask >> bit & 1) == 1;
+}
+
 TEST(AgentEvent, TheUpstreamOperationShowsOnlyWhereItIsAnother) {
-    const struct {
-        const char *upstream, *own;
-        bool differs, shows;
-    } rows[] = {{"a", "b", true, true},
-                {"a", "a", false, false},
-                {nullptr, nullptr, false, false},
-                {"", "b", true, false}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(testing::PrintToString(row.upstream));
+    const auto shows = [](const char* upstream, const char* own) {
         Server call;
-        call.itsUpstreamOpID = row.upstream;
-        call.itsOpID = row.own;
-        AgentEvent event(&call, false, true);
-        event.computeSize(false);
-        EXPECT_EQ(event.itsOtherOpID != nullptr, row.differs);
-        EXPECT_EQ((event.itsOptionalMask >> 42 & 1) == 1, row.shows);
-    }
+        call.itsUpstreamOpID = upstream;
+        call.itsOpID = own;
+        return hasBit(call, 42);
+    };
+    EXPECT_TRUE(shows("a", "b"));
+    EXPECT_FALSE(shows("a", "a"));
+    EXPECT_FALSE(shows(nullptr, nullptr));
+    EXPECT_FALSE(shows("", "b"));
 }
 
 // Also where it is a class that somebody else derived.
@@ -272,15 +265,13 @@ TEST(AgentEvent, AnInteractionIsAskedForWhatItCanAnswerInItsOwnWay) {
 TEST(AgentEvent, OnlyAClientMakesAPathForItsEvent) {
     Server server;
     Client client;
-    const std::initializer_list<Interaction*> calls = {&server, &client};
-    for (Interaction* call : calls) {
+    for (Interaction* call :
+         {static_cast<Interaction*>(&server), static_cast<Interaction*>(&client)}) {
         call->itComputesPath = true;
         call->itsPPathID = "parent";
         call->itsUrl = "http://h/a";
         call->itsOpID = "op";
-        AgentEvent event(call, false, true);
-        event.computeSize(!call->isServer());
-        EXPECT_EQ((event.itsOptionalMask >> 32 & 1) == 1, call == &client);
+        EXPECT_EQ(hasBit(*call, 32), call == &client);
     }
 }
 
@@ -310,43 +301,29 @@ TEST(AgentEvent, ThePayloadTravelsInsideOrBeside) {
     EXPECT_EQ(AgentEvent::addOptionalDataOnly(out, &content, 1), 4);
 }
 
-// A chain of regions in the form {position, length}.
-void hide(Util::ByteArray& payload, const std::vector<std::pair<int, int>>& regions) {
-    Util::ByteArray::Region** link = &payload.extra;
-    for (const auto& region : regions) {
-        *link = static_cast<Util::ByteArray::Region*>(std::malloc(sizeof **link));
-        **link = {region.first, region.second, '*', nullptr};
-        link = &(*link)->extra;
-    }
-}
-
 TEST(AgentEvent, FillRegionsHideBytesAndKeepTheLength) {
-    const struct {
-        const char* why;
-        std::vector<std::pair<int, int>> regions;
-        const char* out;
-    } rows[] = {
-        {"two", {{1, 2}, {5, 1}}, "0**34*6789"},
-        {"up to the last byte", {{0, 9}}, "*********9"},
-        {"an empty one", {{3, 0}}, "0123456789"},
-        {"before the start, and of no length", {{-2, 4}, {5, -3}}, "**23456789"},
-        {"overlapping", {{2, 4}, {3, 1}}, "01****6789"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.why);
+    // With regions at those positions and of those lengths, filled with "a", "b" and so on.
+    const auto hidden = [](const std::vector<std::pair<int, int>>& regions) {
         Client call;
         call.setPayload("0123456789");
-        hide(*call.itsPayload, row.regions);
+        Util::ByteArray::Region** link = &call.itsPayload->extra;
+        char fill = 'a';
+        for (const auto& [position, length] : regions) {
+            *link = static_cast<Util::ByteArray::Region*>(std::malloc(sizeof **link));
+            **link = {position, length, fill++, nullptr};
+            link = &(*link)->extra;
+        }
         const std::string event = call.event(false);
-        EXPECT_EQ(event.substr(event.size() - 10), row.out);
-    }
+        return event.substr(event.size() - 10);
+    };
+    EXPECT_EQ(hidden({{1, 2}, {5, 1}}), "0aa34b6789");
+    EXPECT_EQ(hidden({{0, 9}}), "aaaaaaaaa9") << "up to the last byte";
+    EXPECT_EQ(hidden({{3, 0}}), "0123456789") << "an empty one";
+    EXPECT_EQ(hidden({{-2, 4}, {5, -3}}), "aa23456789") << "before the start, and of no length";
+    EXPECT_EQ(hidden({{2, 4}, {3, 1}}), "01aaaa6789") << "overlapping";
     const char* const assertion = "AgentEvent:420.*msgPos < message->length";
-    Client call;
-    call.setPayload("0123456789");
-    hide(*call.itsPayload, {{2147483647, 2147483647}});
-    EXPECT_DEATH(call.event(), assertion);
-    *call.itsPayload->extra = {9, 1, '*', nullptr};
-    EXPECT_DEATH(call.event(), assertion);
+    EXPECT_DEATH(hidden({{2147483647, 2147483647}}), assertion);
+    EXPECT_DEATH(hidden({{9, 1}}), assertion);
 }
 
 TEST(AgentEvent, RoomOfTheCallersIsUsedWhereItIsEnough) {
@@ -358,15 +335,14 @@ TEST(AgentEvent, RoomOfTheCallersIsUsedWhereItIsEnough) {
         const auto size = static_cast<int>(expected.size());
         for (const int given : {1, size - 1, size, size + 1}) {
             SCOPED_TRACE(given);
-            std::vector<unsigned char> room(static_cast<std::size_t>(size) + 2, 0xee);
+            std::string room(static_cast<std::size_t>(size) + 2, '*');
             AgentEvent event(&call, false, isSeparate);
-            Util::ByteArray bytes = event.serialize(room.data(), given);
+            Util::ByteArray bytes = event.serialize(harness::bytesOf(room), given);
             EXPECT_EQ(bytes.owned, given < size);
-            EXPECT_EQ(bytes.data == room.data(), given >= size);
+            EXPECT_EQ(bytes.data == harness::bytesOf(room), given >= size);
             EXPECT_EQ(taken(bytes), expected);
-            for (auto i = static_cast<std::size_t>(given); i < room.size(); ++i)
-                EXPECT_TRUE(room[i] == 0xee || i < expected.size()) << i;
-            EXPECT_EQ(room.back(), 0xee);
+            const std::string behind = room.substr(static_cast<std::size_t>(given));
+            EXPECT_EQ(behind, std::string(behind.size(), '*'));
             event.itsPayloadCopy.releaseContent();
         }
     }

@@ -1,6 +1,5 @@
 // Where the control connection goes, for each source and each way that one can be of no use.
-#include <unistd.h>
-
+#include <filesystem>
 #include <fstream>
 #include <map>
 
@@ -16,22 +15,19 @@ constexpr const char* kNames[] = {"com.quenvale.bootstrap.url", "com.quenvale.bo
 constexpr const char* kUnknown = "tcp://256.256.256.256:7";
 using Sources = std::map<int, std::string>;
 
-/// A directory of its own to work in, with a file "quenvale.conf" and no variable set.
+/// A directory of its own to work in, with a file "quenvale.conf".
 class Bootstrap : public testing::Test {
 protected:
     Bootstrap() {
         char name[] = "/tmp/bootstrapXXXXXX";
         itsDirectory = mkdtemp(name);
-        char before[4096];
-        itsBefore = getcwd(before, sizeof before);
-        EXPECT_EQ(chdir(itsDirectory.c_str()), 0);
+        std::filesystem::current_path(itsDirectory);
         std::ofstream("quenvale.conf") << "addr=10.1.2.3\nport=99\n";
-        for (const char* variable : kNames) unsetenv(variable);
     }
     ~Bootstrap() override {
         for (const char* variable : kNames) unsetenv(variable);
-        EXPECT_EQ(chdir(itsBefore.c_str()), 0);
-        EXPECT_EQ(std::system(("rm -r " + itsDirectory).c_str()), 0);
+        std::filesystem::current_path(itsBefore);
+        std::filesystem::remove_all(itsDirectory);
     }
 
     static std::string searched(const Sources& sources) {
@@ -46,8 +42,8 @@ protected:
         return harness::text(config.itsAddr) + " " + std::to_string(config.itsPort);
     }
 
+    const std::filesystem::path itsBefore = std::filesystem::current_path();
     std::string itsDirectory;
-    std::string itsBefore;
 };
 
 TEST_F(Bootstrap, TheFirstSourceThatAnswersWins) {

@@ -1,5 +1,4 @@
-// The watcher's side of its connection, over a loopback connection that the test holds both ends
-// of.
+// The watcher's side of its connection.
 #include "harness/RawAgent.h"
 #include "harness/values.h"
 #include "uplink/BootstrapConfig.h"
@@ -21,18 +20,12 @@ std::string listen(Watcher& watcher, const std::string& bytes) {
     Loopback connection;
     Util::Socket socket(connection.takeClient(), "127.0.0.1");
     AsyncBinaryUplink::SocketStreams streams(&socket, false);
-    EXPECT_EQ(send(connection.server, bytes.data(), bytes.size(), 0),
-              static_cast<ssize_t>(bytes.size()));
-    shutdown(connection.server, SHUT_WR);
+    RawSocket agent(connection.takeServer());
+    agent.send(bytes);
+    shutdown(agent.descriptor(), SHUT_WR);
     const std::string outcome = thrown([&] { watcher.listenAgentNotifications(&streams); });
-    char subscription[5] = {};
-    EXPECT_EQ(recv(connection.server, subscription, 5, 0), 4);
-    EXPECT_EQ(std::string(subscription, 4), std::string("\5\3\0\0", 4));
+    EXPECT_EQ(agent.receive(4), std::string("\5\3\0\0", 4));
     return outcome;
-}
-
-std::string names(const Watcher& watcher) {
-    return harness::fieldsOf(watcher.itsStabilizers.get());
 }
 
 TEST(Watcher, MessagesAreFollowedUntilOneIsNotKnown) {
@@ -61,7 +54,7 @@ TEST(Watcher, MessagesAreFollowedUntilOneIsNotKnown) {
         SCOPED_TRACE(row.why);
         TestUplink uplink;
         EXPECT_EQ(listen(*uplink.itsWatcher, row.bytes), row.thrown);
-        EXPECT_EQ(names(*uplink.itsWatcher), row.names);
+        EXPECT_EQ(harness::fieldsOf(uplink.itsWatcher->itsStabilizers.get()), row.names);
     }
 }
 
@@ -70,18 +63,19 @@ TEST(Watcher, AConfigurationEmptiesThePoolAndIsLoaded) {
     TestUplink::use(agent.port());
     TestUplink uplink;
     uplink.release(uplink.acquire(), false);
-    const std::string lines = "host\n1234\n1\n0\n0\n0\n0\n0\n0\n";
-    EXPECT_EQ(listen(*uplink.itsWatcher, '\4' + text(lines) + '\0'), "nothing");
+    const std::string lines = text("host\n1234\n1\n0\n0\n0\n0\n0\n0\n");
+    EXPECT_EQ(listen(*uplink.itsWatcher, '\4' + lines + '\0'), "nothing");
     EXPECT_EQ(uplink.itsOpenSockets, 0);
     EXPECT_EQ(InterceptorConfig::itsCurrent.itsAgentPort, 1234);
     EXPECT_TRUE(InterceptorConfig::itsCurrent.itIsAlive);
 
     for (const char emptyOrNull : {'\1', '\0'}) {
-        const std::string block = {'\4', emptyOrNull};
         InterceptorConfig::itsCurrent.itIsAlive = true;
-        EXPECT_EQ(listen(*uplink.itsWatcher, block + "\6\1" + text("next")), "nothing");
+        const std::string block = {'\4', emptyOrNull, '\6', '\1'};
+        EXPECT_EQ(listen(*uplink.itsWatcher, block + text("next")), "nothing");
         EXPECT_FALSE(InterceptorConfig::itsCurrent.itIsAlive);
-        EXPECT_EQ(names(*uplink.itsWatcher), "next=TRUE ") << "goes on";
+        EXPECT_EQ(harness::fieldsOf(uplink.itsWatcher->itsStabilizers.get()), "next=TRUE ")
+            << "goes on";
     }
 }
 
@@ -100,13 +94,13 @@ TEST(Watcher, TheEndOfTheStartReleasesEveryReportAndAShutdownIsTheEnd) {
         TestUplink uplink;
         uplink.bootstrap()->itsPort = harness::RawAgent().port();
         Watcher watcher(&uplink);
-        std::vector<std::future<void>> waiters;
+        std::future<void> waiters[4];
         std::atomic<int> begun{0};
-        for (int i = 0; i < 4; ++i)
-            waiters.push_back(std::async(std::launch::async, [&] {
+        for (std::future<void>& waiter : waiters)
+            waiter = std::async(std::launch::async, [&] {
                 ++begun;
                 watcher.waitForInitialConfig();
-            }));
+            });
         while (begun < 4) std::this_thread::yield();
         EXPECT_EQ(waiters[0].wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
         row.end(watcher);

@@ -6,32 +6,24 @@ namespace {
 
 using Output = std::pair<std::string, std::string>;  // Of stdout and stderr.
 
-// This file's private copy of the level is read anew for each row.
-template <class F>
-Output at(const char* level, F write) {
-    if (level == nullptr)
-        unsetenv("QUENVALE_LOG_LEVEL");
-    else
-        setenv("QUENVALE_LOG_LEVEL", level, 1);
+// This file's private copy of the level is read anew.
+Output at(const char* level) {
+    level == nullptr ? unsetenv("QUENVALE_LOG_LEVEL") : setenv("QUENVALE_LOG_LEVEL", level, 1);
     ourLogLevel = kLevelUnknown;
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
-    write();
+    errorMsg("e%d\n", 1);
+    warningMsg("w\n");
+    infoMsg("i\n");
+    debugMsg("d\n");
+    forcedMsg(1, "forced %s\n", "x");
     std::fflush(stdout);
     const std::string out = testing::internal::GetCapturedStdout();
     return {out, testing::internal::GetCapturedStderr()};
 }
 
-void writeAll() {
-    errorMsg("e%d\n", 1);
-    warningMsg("w\n");
-    infoMsg("i\n");
-    debugMsg("d\n");
-}
-
 TEST(Diagnostics, TheLevelComesFromTheEnvironment) {
     const char* const rows[][3] = {
-        {nullptr, "", ""},
         {"0", "", ""},
         {"5", "", ""},
         {"debug", "", ""},
@@ -39,11 +31,10 @@ TEST(Diagnostics, TheLevelComesFromTheEnvironment) {
         {"2", "ERROR: WARNING: ", "e1\nw\n"},
         {"3", "ERROR: WARNING: INFO: i\n", "e1\nw\n"},
         {"4", "ERROR: WARNING: INFO: i\nDEBUG: d\n", "e1\nw\n"},
+        {nullptr, "", ""},
     };
-    for (const auto& [level, out, err] : rows) EXPECT_EQ(at(level, writeAll), Output(out, err));
-    const auto force = [] { forcedMsg(1, "now %s\n", "x"); };
-    EXPECT_EQ(at("0", force), Output("ERROR: ", "now x\n"));
-    unsetenv("QUENVALE_LOG_LEVEL");
+    for (const auto& [level, out, err] : rows)
+        EXPECT_EQ(at(level), Output(out + std::string("ERROR: "), err + std::string("forced x\n")));
 }
 
 }  // namespace

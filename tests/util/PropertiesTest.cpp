@@ -19,29 +19,25 @@ std::FILE* fileWith(const std::string& text) {
 
 std::string listed(Util::Map<Util::String>* properties) {
     const std::unique_ptr<Util::Map<Util::String>> owned(properties);
-    std::string text;
-    for (auto* node = owned->getEntryList()->getHead(); node != nullptr; node = node->next)
-        text += "["s + node->data->key.c_str() + "|" + node->data->value.c_str() + "]";
-    return text;
+    return harness::fieldsOf(properties);
 }
 
 TEST(Properties, LinesAreSplitAndTrimmed) {
     const char* const rows[][3] = {
-        {"the first of two, and blanks", " \ta = b=c\t\nd:e:f\n", "[a|b=c][d|e:f]"},
-        {"equals goes before an earlier colon", "a:b=c", "[a:b|c]"},
-        {"half a pair is none", "=b\na=\n = \nc=d\n", "[c|d]"},
-        {"no separator", "ab\nc=d\n", "[c|d]"},
-        {"an empty line ends it", "a=b\nc=d\n\ne=f\n", "[a|b][c|d]"},
-        {"a line of blanks does not", "a=b\n \t\nc=d\n", "[a|b][c|d]"},
-        {"an empty line with a carriage return does not", "a=b\r\n\r\nc=d\r\n", "[a|b][c|d]"},
-        {"the later value", "a=b\nc=d\na=e\n", "[a|e][c|d]"},
+        {"the first of two, and blanks", " \ta = b=c\t\nd:e:f\n", "a=b=c d=e:f "},
+        {"equals goes before an earlier colon", "a:b=c", "a:b=c "},
+        {"half a pair is none", "=b\na=\n = \nc=d\n", "c=d "},
+        {"an empty line ends it", "a=b\nc=d\n\ne=f\n", "a=b c=d "},
+        {"a line of blanks does not", "a=b\n \t\nc=d\n", "a=b c=d "},
+        {"an empty line with a carriage return does not", "a=b\r\n\r\nc=d\r\n", "a=b c=d "},
+        {"the later value", "a=b\nc=d\na=e\n", "a=e c=d "},
     };
     for (const auto& [why, text, properties] : rows)
         EXPECT_EQ(listed(Util::loadProperties("ignored", fileWith(text))), properties) << why;
     EXPECT_EQ(listed(Util::loadProperties(Util::String("/nonexistent"))), "");
     EXPECT_EQ(listed(Util::loadProperties(Util::String())), "");
     harness::TextReader failing("a=b", 1);
-    EXPECT_EQ(listed(Util::loadProperties(failing)), "[a|b]") << "a failure keeps what was read";
+    EXPECT_EQ(listed(Util::loadProperties(failing)), "a=b ") << "a failure keeps what was read";
 }
 
 // In a process of its own: the parser reads the level once.
@@ -80,13 +76,7 @@ TEST(FileStreamReader, LinesAndPieces) {
 
 TEST(ByteStreamReader, LinesComeFromOneReadOrSeveral) {
     const std::string x255(255, 'x');
-    const struct {
-        const char* why;
-        std::string bytes;
-        int portion;
-        std::string read;
-        unsigned reads;
-    } rows[] = {
+    const std::tuple<const char*, std::string, int, std::string, unsigned> rows[] = {
         {"three at once, then the end", "a\nb\nc\n", 255, "a|b|c|", 2},
         {"a leftover line goes on in the next read", "a\nbcd\n", 3, "a|bcd|", 3},
         {"a long line in pieces", x255 + "y\nz\n", 300, x255 + "|y|z|", 3},
@@ -94,13 +84,12 @@ TEST(ByteStreamReader, LinesComeFromOneReadOrSeveral) {
         {"a zero byte in front", "\0abc\n"s, 255, "NIL", 1},
         {"a zero byte within", "a\0b\nc\n"s, 255, "a|c|", 2},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.why);
-        IO::TestInputStream source(row.bytes);
-        source.itsPortions = {row.portion};
+    for (const auto& [why, bytes, portion, read, reads] : rows) {
+        IO::TestInputStream source(bytes);
+        source.itsPortions = {portion};
         Util::ByteStreamReader reader(&source);
-        EXPECT_EQ(lines(reader), row.read);
-        EXPECT_EQ(source.itsRequests.size(), row.reads);
+        EXPECT_EQ(lines(reader), read) << why;
+        EXPECT_EQ(source.itsRequests.size(), reads) << why;
     }
 }
 
@@ -110,6 +99,7 @@ TEST(ByteStreamReader, OnlyTheSourceCountsAsReadable) {
     Util::ByteStreamReader reader(&source);
     EXPECT_TRUE(static_cast<bool>(reader));
     EXPECT_EQ(reader.ReadLine(), "a");
+    EXPECT_EQ(source.itsRequests, std::vector<int>{4}) << "no more than is there";
     source.itsReady = 0;
     EXPECT_FALSE(static_cast<bool>(reader));
     source.itFailsToClose = true;

@@ -15,13 +15,9 @@ namespace {
 
 constexpr unsigned long kGenerous = 20000;  // ms
 
-class Body : public Runnable {
-public:
-    explicit Body(std::function<void()> work) : itsWork(std::move(work)) {}
-    void run() override { itsWork(); }
-
-private:
-    std::function<void()> itsWork;
+struct Body : Runnable, std::function<void()> {
+    using function::function;
+    void run() override { (*this)(); }
 };
 
 bool isFree(const qzmutex& lock) {
@@ -53,44 +49,32 @@ TEST(QzMutex, EveryLockOwesOneUnlockHoweverAGuardEnds) {
 }
 
 TEST(QzLatch, OnlyOneThreadIsInsideAndNobodySleepsForEver) {
-    constexpr int kThreads = 4;
     constexpr int kEach = 20000;
     qzlatch latch;
     int inside = 0;
     int passed = 0;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t)
-        threads.emplace_back([&] {
-            for (int i = 0; i < kEach; ++i) {
-                const LatchGuard guard(latch);
-                EXPECT_EQ(++inside, 1);
-                // Some hold it for longer than others look.
-                if (i % 64 == 0) std::this_thread::yield();
-                --inside;
-                ++passed;
-            }
-        });
-    for (auto& thread : threads) thread.join();
-    EXPECT_EQ(passed, kThreads * kEach);
+    const auto pass = [&] {
+        for (int i = 0; i < kEach; ++i) {
+            const LatchGuard guard(latch);
+            EXPECT_EQ(++inside, 1);
+            // Some hold it for longer than others look.
+            if (i % 64 == 0) std::this_thread::yield();
+            --inside;
+            ++passed;
+        }
+    };
+    harness::onThreads(pass, pass, pass, pass);
+    EXPECT_EQ(passed, 4 * kEach);
 }
 
 TEST(QzWait, TheDeadlineDoesNotCarryIntoTheSeconds) {
-    const struct {
-        const char* why;
-        timeval now;
-        unsigned long timeout;
-        timespec deadline;
-    } rows[] = {
-        {"last before a carry", {100, 998999}, 1, {100, 999999000}},
-        {"the carry is lost", {100, 999999}, 2, {100, 1999000}},
-        {"longest limited wait", {100, 0}, ~0UL - 1, {18446744073709651, 614000000}},
+    const auto deadline = [](timeval now, unsigned long timeout) {
+        const timespec time = waitDeadline(now, timeout);
+        return std::pair(time.tv_sec, time.tv_nsec);
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.why);
-        const timespec deadline = waitDeadline(row.now, row.timeout);
-        EXPECT_EQ(deadline.tv_sec, row.deadline.tv_sec);
-        EXPECT_EQ(deadline.tv_nsec, row.deadline.tv_nsec);
-    }
+    EXPECT_EQ(deadline({100, 998999}, 1), std::pair(100L, 999999000L)) << "last before a carry";
+    EXPECT_EQ(deadline({100, 999999}, 2), std::pair(100L, 1999000L)) << "the carry is lost";
+    EXPECT_EQ(deadline({100, 0}, kWaitForever - 1), std::pair(18446744073709651L, 614000000L));
 }
 
 TEST(QzEvent, OnlyAnAutoResetEventIsUsedUpByAWait) {
@@ -109,38 +93,24 @@ TEST(QzEvent, OnlyAnAutoResetEventIsUsedUpByAWait) {
 
 // Each signal falls anywhere in the other side's wait; one that is missed ends the game for good.
 TEST(QzEvent, NoSignalIsMissedByAWaitWithoutALimit) {
-    qzevent there(false, false);
-    qzevent back(false, false);
+    qzevent there(false, true), back(false, false);
     const auto play = [](qzevent& first, qzevent& second) {
         for (int i = 0; i < 5000; ++i) {
             first.wait(kWaitForever);
             second.signal();
         }
     };
-    there.signal();
     harness::onThreads([&] { play(there, back); }, [&] { play(back, there); });
 }
 
 TEST(QzSemaphoreDeathTest, ReleaseFillsTheRoomThereIsAndMisuseAborts) {
-    const struct {
-        const char* why;
-        std::size_t initial, count;
-        bool result;
-        int taken;
-    } rows[] = {
-        {"nothing to add", 0, 0, false, 0},
-        {"one", 0, 1, true, 1},
-        {"five into a room of two", 1, 5, true, 3},
-        {"the largest count does not wrap", 2, ~std::size_t{0}, true, 3},
-        {"no room", 3, 1, false, 3},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.why);
-        qzsemaphore semaphore(row.initial, 3);
-        EXPECT_EQ(semaphore.release(row.count), row.result);
-        int taken = 0;
-        while (semaphore.wait(0) == 0) ++taken;
-        EXPECT_EQ(taken, row.taken);
+    const std::size_t rows[][4] = {
+        {0, 0, false, 0}, {0, 1, true, 1}, {1, 5, true, 3}, {2, ~0UL, true, 3}, {3, 1, false, 3}};
+    for (const auto& [initial, count, result, taken] : rows) {
+        SCOPED_TRACE(testing::Message() << count << " into a room of " << 3 - initial);
+        qzsemaphore semaphore(initial, 3);
+        EXPECT_EQ(semaphore.release(count), result != 0);
+        for (std::size_t i = 0; i < taken; ++i) EXPECT_EQ(semaphore.wait(0), 0U);
         EXPECT_EQ(semaphore.wait(1), 258U);
     }
     GTEST_FLAG_SET(death_test_style, "threadsafe");
@@ -173,23 +143,33 @@ TEST(QzThread, TheThreadTakesNoSignalButFaultsAndCarriesItsName) {
     EXPECT_EQ(sigismember(&after, SIGTERM), sigismember(&before, SIGTERM)) << "the host's own mask";
 }
 
-TEST(QzThread, StartIsRefusedOnItsOwnThreadOnly) {
-    qzthread* thread = nullptr;
+TEST(QzThread, StartIsRefusedOnItsOwnThreadAndByTheSystem) {
+    qzthread* own = nullptr;
     bool nested = true;
-    Body body([&] { nested = thread->start(); });
-    qzthread held(&body);
-    thread = &held;
+    Body body([&] { nested = own->start(); });
+    qzthread thread(&body);
+    own = &thread;
     for (int i = 0; i < 2; ++i) {
-        ASSERT_TRUE(held.start());
-        held.join();
-        held.join();  // There is nothing left to wait for.
+        ASSERT_TRUE(thread.start());
+        thread.join();
+        thread.join();  // There is nothing left to wait for.
         EXPECT_FALSE(nested);
     }
+
+    pthread_attr_t usual, endless;
+    ASSERT_EQ(pthread_getattr_default_np(&usual), 0);
+    pthread_attr_init(&endless);
+    pthread_attr_setstacksize(&endless, std::size_t{1} << 47);
+    ASSERT_EQ(pthread_setattr_default_np(&endless), 0);
+    EXPECT_FALSE(thread.start());
+    thread.join();
+    pthread_setattr_default_np(&usual);
+    EXPECT_TRUE(thread.start());
+    thread.join();
 }
 
 TEST(QzThread, TheObjectMayGoBeforeItsThread) {
-    qzevent goOn(true, false);
-    qzevent over(true, false);
+    qzevent goOn(true, false), over(true, false);
     Body body([&] {
         goOn.wait(kWaitForever);
         over.signal();
@@ -205,34 +185,15 @@ TEST(QzThread, TheObjectMayGoBeforeItsThread) {
     over.nonsignal();
 }
 
-TEST(QzThread, AThreadThatTheSystemRefusesIsAFalse) {
-    pthread_attr_t usual;
-    pthread_attr_t endless;
-    ASSERT_EQ(pthread_getattr_default_np(&usual), 0);
-    pthread_attr_init(&endless);
-    pthread_attr_setstacksize(&endless, std::size_t{1} << 47);
-    ASSERT_EQ(pthread_setattr_default_np(&endless), 0);
-    Body body([] {});
-    qzthread thread(&body);
-    EXPECT_FALSE(thread.start());
-    thread.join();
-    pthread_setattr_default_np(&usual);
-    EXPECT_TRUE(thread.start());
-    thread.join();
-}
-
 TEST(QzThreadDeathTest, AnExceptionEndsTheThreadAndNothingElse) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const char* const rows[][2] = {{"1", "working thread aborted!\n"}, {"0", "^$"}};
-    for (const auto& [level, text] : rows)
-        EXPECT_EXIT(
-            {
-                setenv("QUENVALE_LOG_LEVEL", level, 1);
-                Body body([] { throw std::runtime_error("out of run()"); });
-                qzthread thread(&body);
-                thread.start();
-                thread.join();
-                _exit(7);
-            },
-            testing::ExitedWithCode(7), text);
+    const auto end = [] {
+        setenv("QUENVALE_LOG_LEVEL", "1", 1);
+        Body body([] { throw std::runtime_error("out of run()"); });
+        qzthread thread(&body);
+        thread.start();
+        thread.join();
+        _exit(7);
+    };
+    EXPECT_EXIT(end(), testing::ExitedWithCode(7), "working thread aborted!\n");
 }

