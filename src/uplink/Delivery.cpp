@@ -1,5 +1,9 @@
 #include "uplink/Delivery.h"
 
+#include <sys/socket.h>
+
+#include <cerrno>
+
 #include <cxxabi.h>
 
 #include "uplink/AgentEvent.h"
@@ -34,6 +38,12 @@ bool AsyncBinaryUplink::Delivery::open() {
     }
     itsStreams = std::make_unique<SocketStreams>(itsUplink.socketOf(itsSlot), false);
     return true;
+}
+
+bool AsyncBinaryUplink::Delivery::isPeerThere() const {
+    char byte = 0;
+    const int descriptor = itsUplink.socketOf(itsSlot)->itsDescriptor;
+    return recv(descriptor, &byte, 1, MSG_PEEK | MSG_DONTWAIT) < 0 && errno == EAGAIN;
 }
 
 bool AsyncBinaryUplink::Delivery::send(const Util::ByteArray& event, const Util::ByteArray& payload,
@@ -119,10 +129,11 @@ void AsyncBinaryUplink::sendEvents(const Util::ByteArray& records, int length) {
     Delivery delivery(*this, kWords);
     if (!delivery.open()) return;
     MessageRun run(length);
+    // Where the peer has closed, the first message goes by itself: the system still takes that one,
+    // and no more than it is lost.
+    const bool isFirstAlone = !delivery.isPeerThere();
     for (int position = 0; position < length;) {
-        // The first message goes by itself: it shows whether an idle socket is still good, and if
-        // it is not, no more than this one can be lost with it.
-        const int next = position == 0 ? 0 : run.fill(records, position, length);
+        const int next = isFirstAlone && position == 0 ? 0 : run.fill(records, position, length);
         if (next > position) {
             if (!delivery.send(run)) return;
             position = next;
