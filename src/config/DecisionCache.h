@@ -20,7 +20,7 @@ namespace Quenvale::Interceptor::SDK {
 ///
 /// Threads:   any.
 /// Ownership: texts are copied, decisions shared.
-class DecisionCache {
+class alignas(64) DecisionCache {
 public:
     /// Of at most so many URLs.
     explicit DecisionCache(int urls) : itsMaxSites(urls) {}

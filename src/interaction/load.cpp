@@ -88,7 +88,7 @@ Util::Map<const char*>& Util::ourUrlPathCache = *new Map<const char*>(1, 1, 256)
 Util::qzmutex& Util::ourUrlPathCacheLock = *new qzmutex;
 Util::Clock* Util::Clock::TheClock = (Util::Clock::init(), Util::Clock::TheClock);
 Util::qzmutex& Util::itsLock = *new qzmutex;
-std::atomic<std::uint32_t> Util::counter{0};
+Util::SerialCounter Util::counter{0};
 unsigned char* Util::__base = _getBase();
 const char* Util::baseText = textOfBase(__base);
 

@@ -18,10 +18,17 @@ namespace Quenvale::Interceptor::SDK::Util {
 ///
 /// Threads: any. Ids of a process are unique until the counter wraps after 2^32 of them.
 
-extern unsigned char* __base;               // The first 12 bytes; null if memory was short at load.
-extern const char* baseText;                // Its 16 characters in every id; null as the base is.
-extern std::atomic<std::uint32_t> counter;  // The last 4 of the next id.
-extern qzmutex& itsLock;                    // Held while a base is made after load.
+extern unsigned char* __base;  // The first 12 bytes; null if memory was short at load.
+extern const char* baseText;   // Its 16 characters in every id; null as the base is.
+
+/// It has a cache line to itself: each id writes it, and what stood beside it would have to be
+/// fetched anew by all other threads.
+struct alignas(64) SerialCounter : std::atomic<std::uint32_t> {
+    using atomic::atomic;
+    using atomic::operator=;
+};
+extern SerialCounter counter;  // The last 4 of the next id.
+extern qzmutex& itsLock;       // Held while a base is made after load.
 
 /// A new id as text.
 QZ_API String newGuid();

@@ -10,6 +10,14 @@ namespace Quenvale::Interceptor::SDK::Util {
 
 namespace {
 
+constexpr int kLooks = 20;
+
+inline void pauseBriefly() {
+#ifdef __x86_64__
+    __builtin_ia32_pause();
+#endif
+}
+
 // Neither result matters: whoever wakes looks again. errno is the host's.
 void futex(std::atomic<int>& word, int operation, int value) {
     static_assert(sizeof word == sizeof(int) && std::atomic<int>::is_always_lock_free);
@@ -20,8 +28,18 @@ void futex(std::atomic<int>& word, int operation, int value) {
 
 }  // namespace
 
-// Who has slept can't know whether others still do, so that the latch stays awaited with it.
+// What a latch guards takes less time than to fall asleep and to be woken, so a thread first looks
+// again a few times. Who has slept can't know whether others still do, so that the latch stays
+// awaited with it.
 void qzlatch::wait() {
+    for (int i = 0; i < kLooks; ++i) {
+        pauseBriefly();
+        int found = itsState.load(std::memory_order_relaxed);
+        if (found == kFree &&
+            itsState.compare_exchange_weak(found, kTaken, std::memory_order_acquire,
+                                           std::memory_order_relaxed))
+            return;
+    }
     while (itsState.exchange(kAwaited, std::memory_order_acquire) != kFree)
         futex(itsState, FUTEX_WAIT_PRIVATE, kAwaited);
 }
