@@ -16,7 +16,8 @@ namespace Quenvale::Interceptor::SDK {
 /// that was decided for it. A search is a use.
 ///
 /// Every call of the process comes by here, so a search is one look-up by both texts, with all that
-/// can be worked out done before the lock is taken; and what leaves is destroyed behind it.
+/// can be worked out done before the lock is taken; and what leaves is destroyed behind it. The
+/// lock shares its cache line with nothing that calls read on their way.
 ///
 /// Threads:   any.
 /// Ownership: texts are copied, decisions shared.

@@ -1,8 +1,6 @@
 #include "uplink/Delivery.h"
 
-#include <sys/socket.h>
-
-#include <cerrno>
+#include <poll.h>
 
 #include <cxxabi.h>
 
@@ -17,6 +15,12 @@ namespace Quenvale::Interceptor::SDK {
 namespace {
 
 constexpr const char* kFailed = "Failed to send agent event using wrapped streams\n";
+
+// Whether the other end has closed, as far as is known here.
+bool isClosedBeyond(int descriptor) {
+    pollfd asked = {descriptor, POLLRDHUP, 0};
+    return poll(&asked, 1, 0) != 0;
+}
 
 }  // namespace
 
@@ -40,12 +44,6 @@ bool AsyncBinaryUplink::Delivery::open() {
     return true;
 }
 
-bool AsyncBinaryUplink::Delivery::isPeerThere() const {
-    char byte = 0;
-    const int descriptor = itsUplink.socketOf(itsSlot)->itsDescriptor;
-    return recv(descriptor, &byte, 1, MSG_PEEK | MSG_DONTWAIT) < 0 && errno == EAGAIN;
-}
-
 bool AsyncBinaryUplink::Delivery::send(const Util::ByteArray& event, const Util::ByteArray& payload,
                                        unsigned char contentTypeCode) {
     if (write(event, payload, contentTypeCode)) return true;
@@ -59,13 +57,15 @@ bool AsyncBinaryUplink::Delivery::send(const MessageRun& run) {
     int next = 0;
     int retried = -1;  // The message that has failed once.
     while (next < run.count()) {
+        const int descriptor = itsUplink.socketOf(itsSlot)->itsDescriptor;
         const int begin = run.beginOf(next);
-        const int sent = begin + SendBytesCounted(itsUplink.socketOf(itsSlot)->itsDescriptor,
-                                                  run.bytes() + begin, run.length() - begin);
+        // A connection that was closed orderly still takes one message, and not all may go with it.
+        const int end = isClosedBeyond(descriptor) ? run.endOf(next) : run.length();
+        const int sent = begin + SendBytesCounted(descriptor, run.bytes() + begin, end - begin);
         const int done = run.countUpTo(sent);
         for (; debugOn() && next < done; ++next) noteSuccess();
         next = done;
-        if (next == run.count()) break;
+        if (sent == end) continue;
         errorMsg("%s", kFailed);
         if (next == retried) {
             giveUp();
@@ -129,11 +129,8 @@ void AsyncBinaryUplink::sendEvents(const Util::ByteArray& records, int length) {
     Delivery delivery(*this, kWords);
     if (!delivery.open()) return;
     MessageRun run(length);
-    // Where the peer has closed, the first message goes by itself: the system still takes that one,
-    // and no more than it is lost.
-    const bool isFirstAlone = !delivery.isPeerThere();
     for (int position = 0; position < length;) {
-        const int next = isFirstAlone && position == 0 ? 0 : run.fill(records, position, length);
+        const int next = run.fill(records, position, length);
         if (next > position) {
             if (!delivery.send(run)) return;
             position = next;

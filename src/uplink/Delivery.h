@@ -29,8 +29,6 @@ public:
 
     /// False when there is no socket to be had.
     bool open();
-    /// Whether nothing tells that the other end has closed the connection.
-    bool isPeerThere() const;
     /// False when two sockets failed, or a second one was not to be had; then all is over.
     bool send(const Util::ByteArray& event, const Util::ByteArray& payload,
               unsigned char contentTypeCode);

@@ -50,9 +50,8 @@ public:
     const unsigned char* bytes() const { return itsBytes.get(); }
     int length() const { return itsEnds.empty() ? 0 : itsEnds.back(); }
     int count() const { return static_cast<int>(itsEnds.size()); }
-    int beginOf(int message) const {
-        return message == 0 ? 0 : itsEnds[static_cast<std::size_t>(message) - 1];
-    }
+    int beginOf(int message) const { return message == 0 ? 0 : endOf(message - 1); }
+    int endOf(int message) const { return itsEnds[static_cast<std::size_t>(message)]; }
     /// How many lie whole within the first so many bytes.
     int countUpTo(int bytes) const {
         const auto behind = std::upper_bound(itsEnds.begin(), itsEnds.end(), bytes);

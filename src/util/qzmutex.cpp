@@ -28,9 +28,9 @@ void futex(std::atomic<int>& word, int operation, int value) {
 
 }  // namespace
 
-// What a latch guards takes less time than to fall asleep and to be woken, so a thread first looks
-// again a few times. Who has slept can't know whether others still do, so that the latch stays
-// awaited with it.
+// What a latch guards nearly always takes less time than to fall asleep and to be woken, so a
+// thread first looks again. Who has slept can't know whether others still do, so that the latch
+// stays awaited with it.
 void qzlatch::wait() {
     for (int i = 0; i < kLooks; ++i) {
         pauseBriefly();

@@ -62,7 +62,7 @@ private:
 
 /// The lock for what is nearly always over at once and never taken again by who holds it: one
 /// atomic operation takes it and one gives it back, a third of a mutex. A thread that finds it
-/// taken looks again for about a microsecond and then sleeps.
+/// taken looks again a few times and then sleeps.
 ///
 /// Threads: any, but not one that holds it: nothing tells.
 class QZ_CAPABILITY("mutex") qzlatch {

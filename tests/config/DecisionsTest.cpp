@@ -9,6 +9,7 @@
 #include "harness/Vectors.h"
 #include "harness/values.h"
 #include "interaction/ClientInteraction.h"
+#include "util/blockCache.h"
 
 namespace {
 
