@@ -75,7 +75,7 @@ TEST(EndToEndTrouble, AnAgentThatSaysNothingIsGivenUpAfterSeconds) {
 
 // The first write to a connection that was closed orderly still succeeds, and its event is lost
 // with it; from the second on the retry rule holds.
-TEST(EndToEndTrouble, AConnectionThatDiesUnderABatchCostsOneEventAtMost) {
+TEST(EndToEndTrouble, AConnectionThatDiesUnderABatchTakesOneEventAtMost) {
     const struct {
         int pool;
         bool byReset;
