@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <utility>
 
 /// The short way to the cache of blocks.h, for the few sources that take and give back a call's
 /// many blocks. What it doesn't serve is for allocate() and releaseBlock().
@@ -39,37 +40,36 @@ struct BlockCache {
     static constexpr std::size_t kSkipped = kFine - kFineLimit / kCoarseStep;
     static constexpr std::size_t kClasses = kLimit / kCoarseStep + kSkipped;
 
-    struct Idle {
-        Idle* next;
-    };
+    // Idle blocks, the newest on top. Below the first and above the last place stands a null, and
+    // the places between always hold something else: one test of what is read anyway tells that
+    // there is no block, or no place for another one.
     struct Class {
-        Idle* head;
-        std::size_t room;  // How many more blocks it takes; 0 as long as the cache is closed.
+        static constexpr void* kNoPlaces[2] = {};
 
+        void** top = const_cast<void**>(kNoPlaces);
+
+        // It has neither block nor place from then on. Returns where its top was.
+        void** close() { return std::exchange(top, const_cast<void**>(kNoPlaces)); }
         void* pop() {
-            Idle* const idle = head;
-            if (__builtin_expect(idle != nullptr, 1)) {
-                head = idle->next;
-                ++room;
-            }
-            return idle;
+            void* const block = *top;
+            if (__builtin_expect(block != nullptr, 1)) --top;
+            return block;
         }
         bool push(void* block) {
-            if (__builtin_expect(room == 0, 0)) return false;
-            --room;
-            auto* idle = static_cast<Idle*>(block);
-            idle->next = head;
-            head = idle;
+            void** const next = top + 1;
+            if (__builtin_expect(*next == nullptr, 0)) return false;
+            *next = block;
+            top = next;
             return true;
         }
     };
 
     Class classes[kClasses];
-    bool isOpen;   // The thread's end will empty it.
-    bool isAsked;  // Whether it may open was found out.
+    void** places = nullptr;  // Of all classes; null as long as the cache is closed.
+    bool isAsked = false;     // Whether it may open was found out.
 };
 
-// Zero-initialised, so that a thread's first use needs no guard.
+// Initialised by a constant, so that a thread's first use needs no guard.
 extern __thread BlockCache ourBlocks __attribute__((visibility("hidden")));
 
 /// A block for so many bytes if the cache has one of a fine class, else null.

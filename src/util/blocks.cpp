@@ -4,10 +4,12 @@
 #include <malloc.h>
 #include <pthread.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <initializer_list>
 #include <new>
+#include <utility>
 
 #include "util/blockCache.h"
 #include "util/copy.h"
@@ -53,14 +55,9 @@ bool ourKeyWorks = false;
 
 void emptyCache(void* argument) {
     auto* cache = static_cast<BlockCache*>(argument);
-    cache->isOpen = false;
-    for (BlockCache::Class& blocks : cache->classes) {
-        blocks.room = 0;
-        while (BlockCache::Idle* idle = blocks.head) {
-            blocks.head = idle->next;
-            std::free(idle);
-        }
-    }
+    for (BlockCache::Class& blocks : cache->classes)
+        for (void** place = blocks.close(); *place != nullptr; --place) std::free(*place);
+    std::free(std::exchange(cache->places, nullptr));
 }
 
 // A host may bring an allocator of its own and leave malloc_usable_size to the C library, which
@@ -82,21 +79,36 @@ void makeKey() {
     ourKeyWorks = hasOneAllocator() && pthread_key_create(&ourKey, emptyCache) == 0;
 }
 
+constexpr std::size_t placesOfAll() {
+    std::size_t places = 0;
+    for (std::size_t i = 0; i < BlockCache::kClasses; ++i) places += keptOf(sizeOf(i)) + 2;
+    return places;
+}
+
 // Without a hook at its thread's end a cache would leak, so such a thread gets none.
 __attribute__((noinline, cold)) bool open() {
     BlockCache& cache = ourBlocks;
     if (cache.isAsked) return false;
     cache.isAsked = true;
     pthread_once(&ourKeyOnce, makeKey);
-    if (!ourKeyWorks || pthread_setspecific(ourKey, &cache) != 0) return false;
-    for (std::size_t i = 0; i < BlockCache::kClasses; ++i)
-        cache.classes[i].room = keptOf(sizeOf(i));
-    cache.isOpen = true;
+    if (!ourKeyWorks) return false;
+    auto** place = static_cast<void**>(std::malloc(placesOfAll() * sizeof(void*)));
+    if (place == nullptr || pthread_setspecific(ourKey, &cache) != 0) {
+        std::free(place);
+        return false;
+    }
+    cache.places = place;
+    for (std::size_t i = 0; i < BlockCache::kClasses; ++i) {
+        cache.classes[i].top = place;
+        *place++ = nullptr;
+        place = std::fill_n(place, keptOf(sizeOf(i)), &cache);
+        *place++ = nullptr;
+    }
     return true;
 }
 
 inline bool isOpen() {
-    return __builtin_expect(ourBlocks.isOpen, 1) || open();
+    return __builtin_expect(ourBlocks.places != nullptr, 1) || open();
 }
 
 }  // namespace

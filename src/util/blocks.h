@@ -11,7 +11,7 @@ namespace Quenvale::Interceptor::SDK::Util {
 /// Memory for what a report makes and drops again: texts, records, nodes, events. Every block is
 /// a plain malloc block of its own, so it may also end in free(), and a block from malloc or
 /// strdup may end in release(). In front of malloc stands a small cache for each thread, bounded
-/// in count and size (some 70 KiB at most), which goes when its thread ends. There is no cache
+/// in count and size (some 75 KiB at most), which goes when its thread ends. There is no cache
 /// where the host has put an allocator of its own in part in malloc's place, and none in builds
 /// with a sanitizer, so that the sanitizer sees each use. A forked child inherits the forking
 /// thread's.
