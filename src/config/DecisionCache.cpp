@@ -1,5 +1,6 @@
 #include "config/DecisionCache.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -50,15 +51,14 @@ struct DecisionCache::Link : Util::Pooled {
     const std::uint64_t hash;
 };
 
-// A URL: its place in the order of use, and what was decided for it.
+// A URL, and what was decided for it.
 struct DecisionCache::Site : Link {
     explicit Site(const Text& text) : Link(text.hash), url(text.copy()) {}
     ~Site();
     Site(const Site&) = delete;
     Site& operator=(const Site&) = delete;
 
-    Site* newer = nullptr;
-    Site* older = nullptr;
+    int place = 0;
     Decision* decisions = nullptr;
     const Util::String url;
 };
@@ -72,6 +72,11 @@ struct DecisionCache::Decision : Link {
     const Util::String operation;
     EntryRef entry;
 };
+
+DecisionCache::DecisionCache(int urls)
+    : itsPlaces(new Site*[static_cast<std::size_t>(urls)]),
+      itsUses(new std::uint64_t[static_cast<std::size_t>(urls)]),
+      itsMaxSites(urls) {}
 
 EntryRef DecisionCache::find(const Util::String& url, const Util::String& operation) {
     const Key key(url, operation);
@@ -109,16 +114,16 @@ void DecisionCache::insert(const Util::String& url, const Util::String& operatio
 }
 
 void DecisionCache::clear() {
-    Site* site = nullptr;
+    Link* dropped = nullptr;
     {
         const Util::LatchGuard guard(itsLatch);
-        itsNewest = nullptr;
-        site = std::exchange(itsOldest, nullptr);
-        itsSiteCount = 0;
         itsSites.clear();
         itsDecisions.clear();
+        for (int i = 0; i < itsSiteCount; ++i)
+            itsPlaces[i]->next = std::exchange(dropped, itsPlaces[i]);
+        itsSiteCount = 0;
     }
-    while (site != nullptr) delete std::exchange(site, site->newer);
+    while (dropped != nullptr) delete static_cast<Site*>(std::exchange(dropped, dropped->next));
 }
 
 DecisionCache::Site::~Site() {
@@ -144,41 +149,30 @@ DecisionCache::Site* DecisionCache::use(const Text& url, std::unique_ptr<Site>& 
         makeNewest(site);
         return site;
     }
-    if (itsSiteCount >= itsMaxSites) {
-        dropped.reset(itsOldest);
-        takeOut(itsOldest);
+    int place = itsSiteCount;
+    if (place < itsMaxSites) {
+        ++itsSiteCount;
+    } else {
+        const std::uint64_t* uses = itsUses.get();
+        place = static_cast<int>(std::min_element(uses, uses + itsMaxSites) - uses);
+        dropped.reset(itsPlaces[place]);
+        takeOut(dropped.get());
     }
-    Site* site = fresh.release();
+    Site* site = itsPlaces[place] = fresh.release();
+    site->place = place;
     itsSites.add(site);
-    ++itsSiteCount;
-    addNewest(site);
+    makeNewest(site);
     return site;
 }
 
-void DecisionCache::makeNewest(Site* site) {
-    if (site == itsNewest) return;
-    unlink(site);
-    addNewest(site);
-}
-
-void DecisionCache::addNewest(Site* site) {
-    site->newer = nullptr;
-    site->older = itsNewest;
-    (itsNewest == nullptr ? itsOldest : itsNewest->newer) = site;
-    itsNewest = site;
+inline void DecisionCache::makeNewest(const Site* site) {
+    itsUses[site->place] = ++itsLastUse;
 }
 
 void DecisionCache::takeOut(Site* site) {
-    unlink(site);
     itsSites.remove(site);
-    --itsSiteCount;
     for (Decision* decision = site->decisions; decision != nullptr; decision = decision->nextOfSite)
         itsDecisions.remove(decision);
-}
-
-void DecisionCache::unlink(Site* site) {
-    (site->newer == nullptr ? itsNewest : site->newer->older) = site->older;
-    (site->older == nullptr ? itsOldest : site->older->newer) = site->newer;
 }
 
 DecisionCache::Table::Table() : itsChains(makeChains(kFirstChains)), itsChainCount(kFirstChains) {

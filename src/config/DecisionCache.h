@@ -17,14 +17,16 @@ namespace Quenvale::Interceptor::SDK {
 ///
 /// Every call of the process comes by here, so a search is one look-up by both texts, with all that
 /// can be worked out done before the lock is taken; and what leaves is destroyed behind it. The
-/// lock shares its cache line with nothing that calls read on their way.
+/// lock shares its cache line with nothing that calls read on their way. When a URL was used is a
+/// number beside those of the others, so that a hit writes to one place only, and who has to go is
+/// looked for when a URL has to.
 ///
 /// Threads:   any.
 /// Ownership: texts are copied, decisions shared.
 class alignas(64) DecisionCache {
 public:
     /// Of at most so many URLs.
-    explicit DecisionCache(int urls) : itsMaxSites(urls) {}
+    explicit DecisionCache(int urls);
     ~DecisionCache() { clear(); }
     DecisionCache(const DecisionCache&) = delete;
     DecisionCache& operator=(const DecisionCache&) = delete;
@@ -73,20 +75,19 @@ private:
     Site* use(const Text& url, std::unique_ptr<Site>& fresh, std::unique_ptr<Site>& dropped)
         QZ_REQUIRES(itsLatch);
     inline Decision* search(const Key& key) QZ_REQUIRES(itsLatch);
-    void makeNewest(Site* site) QZ_REQUIRES(itsLatch);
-    void addNewest(Site* site) QZ_REQUIRES(itsLatch);
+    inline void makeNewest(const Site* site) QZ_REQUIRES(itsLatch);
     void takeOut(Site* site) QZ_REQUIRES(itsLatch);
-    void unlink(Site* site) QZ_REQUIRES(itsLatch);
 
     Util::qzlatch itsLatch;
     Table itsDecisions QZ_GUARDED_BY(itsLatch);
     Table itsSites QZ_GUARDED_BY(itsLatch);
+    std::uint64_t itsLastUse QZ_GUARDED_BY(itsLatch) = 0;
     /// @{
-    /// The ends of the order of use.
-    Site* itsNewest QZ_GUARDED_BY(itsLatch) = nullptr;
-    Site* itsOldest QZ_GUARDED_BY(itsLatch) = nullptr;
-    /// @}
+    /// By a URL's place: the URL, and the number of its latest use. The first so many are taken.
+    const std::unique_ptr<Site*[]> itsPlaces QZ_PT_GUARDED_BY(itsLatch);
+    const std::unique_ptr<std::uint64_t[]> itsUses QZ_PT_GUARDED_BY(itsLatch);
     int itsSiteCount QZ_GUARDED_BY(itsLatch) = 0;
+    /// @}
     const int itsMaxSites;
 };
 
