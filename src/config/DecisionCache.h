@@ -18,8 +18,8 @@ namespace Quenvale::Interceptor::SDK {
 /// Every call of the process comes by here, so a search is one look-up by both texts, with all that
 /// can be worked out done before the lock is taken; and what leaves is destroyed behind it. The
 /// lock shares its cache line with nothing that calls read on their way. When a URL was used is a
-/// number beside those of the others, so that a hit writes to one place only, and who has to go is
-/// looked for when a URL has to.
+/// number among those of the others, so that a hit writes to one line beside the lock's; which one
+/// has to go is looked for when one has to.
 ///
 /// Threads:   any.
 /// Ownership: texts are copied, decisions shared.
@@ -83,11 +83,12 @@ private:
     Table itsSites QZ_GUARDED_BY(itsLatch);
     std::uint64_t itsLastUse QZ_GUARDED_BY(itsLatch) = 0;
     /// @{
-    /// By a URL's place: the URL, and the number of its latest use. The first so many are taken.
-    const std::unique_ptr<Site*[]> itsPlaces QZ_PT_GUARDED_BY(itsLatch);
-    const std::unique_ptr<std::uint64_t[]> itsUses QZ_PT_GUARDED_BY(itsLatch);
-    int itsSiteCount QZ_GUARDED_BY(itsLatch) = 0;
+    /// By a URL's place: the URL, and the number of its latest use. The first itsSiteCount places
+    /// are taken.
+    const std::unique_ptr<Site*[]> itsPlaces QZ_GUARDED_BY(itsLatch);
+    const std::unique_ptr<std::uint64_t[]> itsUses QZ_GUARDED_BY(itsLatch);
     /// @}
+    int itsSiteCount QZ_GUARDED_BY(itsLatch) = 0;
     const int itsMaxSites;
 };
 

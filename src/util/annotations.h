@@ -10,7 +10,6 @@
 #define QZ_CAPABILITY(name) QZ_THREAD_ATTRIBUTE(capability(name))
 #define QZ_SCOPED_CAPABILITY QZ_THREAD_ATTRIBUTE(scoped_lockable)
 #define QZ_GUARDED_BY(lock) QZ_THREAD_ATTRIBUTE(guarded_by(lock))
-#define QZ_PT_GUARDED_BY(lock) QZ_THREAD_ATTRIBUTE(pt_guarded_by(lock))
 #define QZ_AFTER(...) QZ_THREAD_ATTRIBUTE(acquired_after(__VA_ARGS__))
 #define QZ_REQUIRES(...) QZ_THREAD_ATTRIBUTE(requires_capability(__VA_ARGS__))
 #define QZ_EXCLUDES(...) QZ_THREAD_ATTRIBUTE(locks_excluded(__VA_ARGS__))

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <cstddef>
-#include <utility>
+#include <cstdint>
 
 /// The short way to the cache of blocks.h, for the few sources that take and give back a call's
 /// many blocks. What it doesn't serve is for allocate() and releaseBlock().
@@ -42,34 +42,35 @@ struct BlockCache {
 
     // Idle blocks, the newest on top. Below the first and above the last place stands a null, and
     // the places between always hold something else: one test of what is read anyway tells that
-    // there is no block, or no place for another one.
+    // there is no block, or no place for another one. Zero-initialised, a class has neither.
     struct Class {
         static constexpr void* kNoPlaces[2] = {};
 
-        void** top = const_cast<void**>(kNoPlaces);
+        std::uintptr_t distance;  // From there to the top.
 
-        // It has neither block nor place from then on. Returns where its top was.
-        void** close() { return std::exchange(top, const_cast<void**>(kNoPlaces)); }
+        static std::uintptr_t start() { return reinterpret_cast<std::uintptr_t>(kNoPlaces); }
+        void** top() const { return reinterpret_cast<void**>(start() + distance); }
+        void setTop(void** place) { distance = reinterpret_cast<std::uintptr_t>(place) - start(); }
         void* pop() {
-            void* const block = *top;
-            if (__builtin_expect(block != nullptr, 1)) --top;
+            void* const block = *top();
+            if (__builtin_expect(block != nullptr, 1)) distance -= sizeof(void*);
             return block;
         }
         bool push(void* block) {
-            void** const next = top + 1;
+            void** const next = top() + 1;
             if (__builtin_expect(*next == nullptr, 0)) return false;
             *next = block;
-            top = next;
+            distance += sizeof(void*);
             return true;
         }
     };
 
     Class classes[kClasses];
-    void** places = nullptr;  // Of all classes; null as long as the cache is closed.
-    bool isAsked = false;     // Whether it may open was found out.
+    void** places;  // Of all classes; null as long as the cache is closed.
+    bool isAsked;   // Whether it may open was found out.
 };
 
-// Initialised by a constant, so that a thread's first use needs no guard.
+// Zero-initialised, so that a thread's first use needs no guard.
 extern __thread BlockCache ourBlocks __attribute__((visibility("hidden")));
 
 /// A block for so many bytes if the cache has one of a fine class, else null.

@@ -33,7 +33,7 @@ std::size_t classFor(std::size_t bytes) {
                : (bytes - 1) / BlockCache::kCoarseStep + BlockCache::kSkipped;
 }
 
-std::size_t sizeOf(std::size_t number) {
+constexpr std::size_t sizeOf(std::size_t number) {
     return number < BlockCache::kFine
                ? (number + 1) * BlockCache::kFineStep
                : (number + 1 - BlockCache::kSkipped) * BlockCache::kCoarseStep;
@@ -56,7 +56,8 @@ bool ourKeyWorks = false;
 void emptyCache(void* argument) {
     auto* cache = static_cast<BlockCache*>(argument);
     for (BlockCache::Class& blocks : cache->classes)
-        for (void** place = blocks.close(); *place != nullptr; --place) std::free(*place);
+        for (void** place = std::exchange(blocks, {}).top(); *place != nullptr; --place)
+            std::free(*place);
     std::free(std::exchange(cache->places, nullptr));
 }
 
@@ -85,7 +86,8 @@ constexpr std::size_t placesOfAll() {
     return places;
 }
 
-// Without a hook at its thread's end a cache would leak, so such a thread gets none.
+// Without a hook at its thread's end a cache would leak, so such a thread gets none; nor does one
+// that finds no memory for the places.
 __attribute__((noinline, cold)) bool open() {
     BlockCache& cache = ourBlocks;
     if (cache.isAsked) return false;
@@ -99,7 +101,7 @@ __attribute__((noinline, cold)) bool open() {
     }
     cache.places = place;
     for (std::size_t i = 0; i < BlockCache::kClasses; ++i) {
-        cache.classes[i].top = place;
+        cache.classes[i].setTop(place);
         *place++ = nullptr;
         place = std::fill_n(place, keptOf(sizeOf(i)), &cache);
         *place++ = nullptr;

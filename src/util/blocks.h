@@ -13,8 +13,8 @@ namespace Quenvale::Interceptor::SDK::Util {
 /// strdup may end in release(). In front of malloc stands a small cache for each thread, bounded
 /// in count and size (some 75 KiB at most), which goes when its thread ends. There is no cache
 /// where the host has put an allocator of its own in part in malloc's place, and none in builds
-/// with a sanitizer, so that the sanitizer sees each use. A forked child inherits the forking
-/// thread's.
+/// with a sanitizer, so that the sanitizer sees each use; elsewhere a leak checker may take a lost
+/// block for one that is still kept. A forked child inherits the forking thread's.
 ///
 /// Threads: any. A block may be released on a thread other than the one that took it.
 

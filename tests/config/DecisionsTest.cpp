@@ -2,7 +2,9 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <fstream>
+#include <random>
 
 #include "config/DecisionCache.h"
 #include "config/InterceptorConfig.h"
@@ -166,6 +168,37 @@ TEST(DecisionCache, WhatFoundNoMemoryForItsTextsIsNotFound) {
         const EntryRef entry = newEntry();
         cache.insert(url, operation, entry);
         EXPECT_EQ(cache.find(url, operation), entry);
+    }
+}
+
+TEST(DecisionCache, TheUrlNotUsedForLongestMakesRoom) {
+    constexpr std::size_t kMost = 3;
+    DecisionCache cache(kMost);
+    std::vector<std::pair<std::string, bool>> known;  // Oldest use first; whether it is decided.
+    std::mt19937 random(7);
+    for (int i = 0; i < 3000; ++i) {
+        const std::string url = "/" + std::to_string(random() % (kMost + 2));
+        const auto at = std::find_if(known.begin(), known.end(),
+                                     [&](const auto& each) { return each.first == url; });
+        const bool isKnown = at != known.end();
+        bool isDecided = isKnown && at->second;
+        const auto action = random() % 40;
+        if (action == 0) {
+            cache.clear();
+            known.clear();
+            continue;
+        }
+        if (action < 14) {
+            ASSERT_EQ(cache.find(url.c_str(), "op") != nullptr, isDecided) << "step " << i;
+            if (!isDecided) continue;
+        } else if (action < 27) {
+            cache.addSite(url.c_str());
+        } else {
+            cache.insert(url.c_str(), "op", newEntry());
+            isDecided = true;
+        }
+        if (isKnown || known.size() == kMost) known.erase(isKnown ? at : known.begin());
+        known.emplace_back(url, isDecided);
     }
 }
 
