@@ -29,6 +29,9 @@ inline bool pushBlock(void* /*block*/, std::size_t /*bytes*/) {
 
 #else
 
+/// Two nulls. No constant, by which a compiler might take what is found from here for null.
+extern void* ourNoPlaces[2] __attribute__((visibility("hidden")));
+
 /// Classes of blocks that hold 16, 32, ... 256 bytes, for texts, records and nodes, and then 320,
 /// 384, ... 1024. What is larger is too rare to keep.
 struct BlockCache {
@@ -40,34 +43,31 @@ struct BlockCache {
     static constexpr std::size_t kSkipped = kFine - kFineLimit / kCoarseStep;
     static constexpr std::size_t kClasses = kLimit / kCoarseStep + kSkipped;
 
-    // Idle blocks, the newest on top. Below the first and above the last place stands a null, and
-    // the places between always hold something else: one test of what is read anyway tells that
-    // there is no block, or no place for another one. Zero-initialised, a class has neither.
-    struct Class {
-        static constexpr void* kNoPlaces[2] = {};
+    // The idle blocks of each class, the newest on top. Below the first and above the last place
+    // stands a null, and the places between always hold something else: one test of what is read
+    // anyway tells that there is no block, or no place for another one. Zero-initialised, a class
+    // has neither.
+    void* pop(std::size_t number) {
+        void* const block = *topOf(number);
+        if (__builtin_expect(block != nullptr, 1)) tops[number] -= sizeof(void*);
+        return block;
+    }
+    bool push(std::size_t number, void* block) {
+        void** const next = topOf(number) + 1;
+        if (__builtin_expect(*next == nullptr, 0)) return false;
+        *next = block;
+        tops[number] += sizeof(void*);
+        return true;
+    }
+    void** topOf(std::size_t number) { return reinterpret_cast<void**>(nowhere() + tops[number]); }
+    void setTop(std::size_t number, void** place) {
+        tops[number] = reinterpret_cast<std::uintptr_t>(place) - nowhere();
+    }
+    static std::uintptr_t nowhere() { return reinterpret_cast<std::uintptr_t>(ourNoPlaces); }
 
-        std::uintptr_t distance;  // From there to the top.
-
-        static std::uintptr_t start() { return reinterpret_cast<std::uintptr_t>(kNoPlaces); }
-        void** top() const { return reinterpret_cast<void**>(start() + distance); }
-        void setTop(void** place) { distance = reinterpret_cast<std::uintptr_t>(place) - start(); }
-        void* pop() {
-            void* const block = *top();
-            if (__builtin_expect(block != nullptr, 1)) distance -= sizeof(void*);
-            return block;
-        }
-        bool push(void* block) {
-            void** const next = top() + 1;
-            if (__builtin_expect(*next == nullptr, 0)) return false;
-            *next = block;
-            distance += sizeof(void*);
-            return true;
-        }
-    };
-
-    Class classes[kClasses];
-    void** places;  // Of all classes; null as long as the cache is closed.
-    bool isAsked;   // Whether it may open was found out.
+    std::uintptr_t tops[kClasses];  // As distances from nowhere().
+    void** places;                  // Of all classes; null as long as the cache is closed.
+    bool isAsked;                   // Whether it may open was found out.
 };
 
 // Zero-initialised, so that a thread's first use needs no guard.
@@ -76,13 +76,13 @@ extern __thread BlockCache ourBlocks __attribute__((visibility("hidden")));
 /// A block for so many bytes if the cache has one of a fine class, else null.
 inline void* popBlock(std::size_t bytes) {
     const std::size_t fine = (bytes - 1) / BlockCache::kFineStep;
-    return __builtin_expect(fine < BlockCache::kFine, 1) ? ourBlocks.classes[fine].pop() : nullptr;
+    return __builtin_expect(fine < BlockCache::kFine, 1) ? ourBlocks.pop(fine) : nullptr;
 }
 
 /// Whether the cache took the block, which was asked for with so many bytes, into a fine class.
 inline bool pushBlock(void* block, std::size_t bytes) {
     const std::size_t fine = (bytes - 1) / BlockCache::kFineStep;
-    return __builtin_expect(fine < BlockCache::kFine, 1) && ourBlocks.classes[fine].push(block);
+    return __builtin_expect(fine < BlockCache::kFine, 1) && ourBlocks.push(fine, block);
 }
 
 #endif

@@ -18,6 +18,7 @@ namespace Quenvale::Interceptor::SDK::Util {
 
 #ifndef QZ_PLAIN_BLOCKS
 
+void* ourNoPlaces[2];
 __thread BlockCache ourBlocks;
 
 namespace {
@@ -55,9 +56,11 @@ bool ourKeyWorks = false;
 
 void emptyCache(void* argument) {
     auto* cache = static_cast<BlockCache*>(argument);
-    for (BlockCache::Class& blocks : cache->classes)
-        for (void** place = std::exchange(blocks, {}).top(); *place != nullptr; --place)
-            std::free(*place);
+    for (std::size_t i = 0; i < BlockCache::kClasses; ++i) {
+        void** place = cache->topOf(i);
+        cache->tops[i] = 0;
+        for (; *place != nullptr; --place) std::free(*place);
+    }
     std::free(std::exchange(cache->places, nullptr));
 }
 
@@ -101,7 +104,7 @@ __attribute__((noinline, cold)) bool open() {
     }
     cache.places = place;
     for (std::size_t i = 0; i < BlockCache::kClasses; ++i) {
-        cache.classes[i].setTop(place);
+        cache.setTop(i, place);
         *place++ = nullptr;
         place = std::fill_n(place, keptOf(sizeOf(i)), &cache);
         *place++ = nullptr;
@@ -134,7 +137,7 @@ void* allocate(std::size_t bytes) noexcept {
 #ifndef QZ_PLAIN_BLOCKS
     if (bytes - 1 < BlockCache::kLimit) {
         const std::size_t number = classFor(bytes);
-        void* block = ourBlocks.classes[number].pop();
+        void* block = ourBlocks.pop(number);
         return block != nullptr ? block : std::malloc(sizeOf(number));
     }
 #endif
@@ -148,8 +151,7 @@ void releaseBlock(void* block) noexcept {
 
 void releaseBlock(void* block, std::size_t bytes) noexcept {
 #ifndef QZ_PLAIN_BLOCKS
-    if (bytes - 1 < BlockCache::kLimit && isOpen() &&
-        ourBlocks.classes[classFor(bytes)].push(block))
+    if (bytes - 1 < BlockCache::kLimit && isOpen() && ourBlocks.push(classFor(bytes), block))
         return;
 #else
     static_cast<void>(bytes);
@@ -169,7 +171,7 @@ void releaseTexts(char* const* first, std::size_t count) noexcept {
             const std::size_t usable = malloc_usable_size(*text);
             const std::size_t fine = usable / BlockCache::kFineStep - 1;
             const std::size_t number = fine < BlockCache::kFine ? fine : coarseClassOf(usable);
-            if (number < BlockCache::kClasses && ourBlocks.classes[number].push(*text)) continue;
+            if (number < BlockCache::kClasses && ourBlocks.push(number, *text)) continue;
         }
 #endif
         std::free(*text);
