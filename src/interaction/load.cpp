@@ -19,10 +19,15 @@
 #include "uplink/SocketUplink.h"
 #include "util/Clock.h"
 #include "util/Socket.h"
+#include "util/blockCache.h"
 #include "util/guid.h"
 #include "util/hashSeed.h"
 #include "util/identifiers.h"
 #include "xml/XMLReadStream.h"
+
+// The memory of all that follows.
+[[maybe_unused]] static const bool ourBlocksAreReady =
+    Quenvale::Interceptor::SDK::Util::prepareBlocks();
 
 // The XML reader's, which needs nothing of what follows.
 const RofXML::Util::String& RofXML::XMLReadStream::theSeparators =

@@ -16,6 +16,11 @@ namespace Quenvale::Interceptor::SDK::Util {
 #endif
 #endif
 
+/// Finds out whether caches can be had. Runs while the library loads, before any block is given
+/// back, since it asks the loader: a thread that came to that in a call could wait for another's
+/// dlopen, which waits for the thread. The result is for an initialiser and says nothing.
+bool prepareBlocks();
+
 #ifdef QZ_PLAIN_BLOCKS
 
 // A sanitizer sees each use, and each block as large as it was asked for.
@@ -29,7 +34,8 @@ inline bool pushBlock(void* /*block*/, std::size_t /*bytes*/) {
 
 #else
 
-/// Two nulls. No constant, by which a compiler might take what is found from here for null.
+/// Two nulls, never written. Not const: a compiler that knows them for nulls might take whatever is
+/// read at a distance from them for null.
 extern void* ourNoPlaces[2] __attribute__((visibility("hidden")));
 
 /// Classes of blocks that hold 16, 32, ... 256 bytes, for texts, records and nodes, and then 320,
@@ -44,9 +50,9 @@ struct BlockCache {
     static constexpr std::size_t kClasses = kLimit / kCoarseStep + kSkipped;
 
     // The idle blocks of each class, the newest on top. Below the first and above the last place
-    // stands a null, and the places between always hold something else: one test of what is read
-    // anyway tells that there is no block, or no place for another one. Zero-initialised, a class
-    // has neither.
+    // stands a null, and the places between always hold something else, be it long gone: one test
+    // of what is read anyway tells that there is no block, or no place for another one.
+    // Zero-initialised, a class has neither.
     void* pop(std::size_t number) {
         void* const block = *topOf(number);
         if (__builtin_expect(block != nullptr, 1)) tops[number] -= sizeof(void*);
@@ -67,7 +73,7 @@ struct BlockCache {
 
     std::uintptr_t tops[kClasses];  // As distances from nowhere().
     void** places;                  // Of all classes; null as long as the cache is closed.
-    bool isAsked;                   // Whether it may open was found out.
+    bool isAsked;                   // It was opened once, or that failed; it isn't again.
 };
 
 // Zero-initialised, so that a thread's first use needs no guard.

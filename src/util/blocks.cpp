@@ -51,8 +51,7 @@ std::size_t coarseClassOf(std::size_t usable) {
 }
 
 pthread_key_t ourKey;
-pthread_once_t ourKeyOnce = PTHREAD_ONCE_INIT;
-bool ourKeyWorks = false;
+bool ourKeyWorks = false;  // Written at load only.
 
 void emptyCache(void* argument) {
     auto* cache = static_cast<BlockCache*>(argument);
@@ -79,10 +78,6 @@ bool hasOneAllocator() {
     return true;
 }
 
-void makeKey() {
-    ourKeyWorks = hasOneAllocator() && pthread_key_create(&ourKey, emptyCache) == 0;
-}
-
 constexpr std::size_t placesOfAll() {
     std::size_t places = 0;
     for (std::size_t i = 0; i < BlockCache::kClasses; ++i) places += keptOf(sizeOf(i)) + 2;
@@ -93,10 +88,8 @@ constexpr std::size_t placesOfAll() {
 // that finds no memory for the places.
 __attribute__((noinline, cold)) bool open() {
     BlockCache& cache = ourBlocks;
-    if (cache.isAsked) return false;
+    if (!ourKeyWorks || cache.isAsked) return false;
     cache.isAsked = true;
-    pthread_once(&ourKeyOnce, makeKey);
-    if (!ourKeyWorks) return false;
     auto** place = static_cast<void**>(std::malloc(placesOfAll() * sizeof(void*)));
     if (place == nullptr || pthread_setspecific(ourKey, &cache) != 0) {
         std::free(place);
@@ -132,6 +125,13 @@ __attribute__((noinline)) char* copyToNewBlock(const char* text, std::size_t len
 }
 
 }  // namespace
+
+bool prepareBlocks() {
+#ifndef QZ_PLAIN_BLOCKS
+    ourKeyWorks = hasOneAllocator() && pthread_key_create(&ourKey, emptyCache) == 0;
+#endif
+    return true;
+}
 
 void* allocate(std::size_t bytes) noexcept {
 #ifndef QZ_PLAIN_BLOCKS

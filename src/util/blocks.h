@@ -11,10 +11,12 @@ namespace Quenvale::Interceptor::SDK::Util {
 /// Memory for what a report makes and drops again: texts, records, nodes, events. Every block is
 /// a plain malloc block of its own, so it may also end in free(), and a block from malloc or
 /// strdup may end in release(). In front of malloc stands a small cache for each thread, bounded
-/// in count and size (some 75 KiB at most), which goes when its thread ends. There is no cache
-/// where the host has put an allocator of its own in part in malloc's place, and none in builds
-/// with a sanitizer, so that the sanitizer sees each use; elsewhere a leak checker may take a lost
-/// block for one that is still kept. A forked child inherits the forking thread's.
+/// in count and size (some 80 KiB at most), which goes when its thread ends. There is no cache
+/// where the host has put an allocator of its own in part in malloc's place, or seems to: an
+/// executable that is linked at a fixed address and takes the address of free. There is none in
+/// builds with a sanitizer, so that the sanitizer sees each use; elsewhere a leak checker may take
+/// a lost block for a kept one, since a cache keeps addresses of blocks that have left it. A forked
+/// child inherits the forking thread's.
 ///
 /// Threads: any. A block may be released on a thread other than the one that took it.
 
@@ -30,8 +32,8 @@ inline void* allocateZeroed(std::size_t bytes) noexcept {
 
 /// @{
 /// Gives a block back that isn't null. The second form is for one that was asked for with so many
-/// bytes, here or, if they are a multiple of 16, from malloc. It saves asking the block for its
-/// size.
+/// bytes, here or, if they are a multiple of 16 up to 256 or one of 64, from malloc. It saves
+/// asking the block for its size.
 QZ_API void releaseBlock(void* block) noexcept;
 QZ_API void releaseBlock(void* block, std::size_t bytes) noexcept;
 /// @}
