@@ -3,6 +3,7 @@
 #include <malloc.h>
 
 #include "harness/test.h"
+#include "util/blockCache.h"
 #include "util/blocks.h"
 #include "util/text.h"
 
@@ -43,6 +44,21 @@ TEST(Blocks, AThreadsBlocksGoWhenItEnds) {
     const std::size_t before = mallinfo2().uordblks;
     for (int i = 0; i < 100; ++i) run();
     EXPECT_LT(mallinfo2().uordblks, before + 200000) << "a hundred caches would be millions";
+}
+
+TEST(Blocks, AThreadKeepsThemForItsNextUse) {
+#ifdef QZ_PLAIN_BLOCKS
+    GTEST_SKIP() << "a sanitizer's build keeps none";
+#endif
+    harness::onThreads([] {
+        constexpr std::size_t kSize = 200;
+        void* blocks[12];
+        for (void*& block : blocks) block = allocate(kSize);
+        release(allocate(kSize + 100));  // From now on there is a cache.
+        const std::size_t before = mallinfo2().uordblks;
+        for (void* block : blocks) release(block);
+        EXPECT_LT(before, mallinfo2().uordblks + kSize) << "they went back to malloc";
+    });
 }
 
 TEST(String, NilBlankAndTextAreThreeStatesAndConcatenationKeepsNil) {
